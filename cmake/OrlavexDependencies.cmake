@@ -1,0 +1,20 @@
+# Shared by the build and by the installed package configuration, so that a
+# consumer finds exactly the dependencies the library was built against.
+if(NOT DEFINED ORLAVEX_FIND_DEPENDENCY)
+  macro(ORLAVEX_FIND_DEPENDENCY)
+    find_package(${ARGV} REQUIRED)
+  endmacro()
+endif()
+
+orlavex_find_dependency(Qt5 COMPONENTS Core Gui Widgets Network WebEngineWidgets)
+# Debian's VTK configuration refers to MPI's C bindings; it must be found first.
+orlavex_find_dependency(MPI COMPONENTS C)
+orlavex_find_dependency(VTK COMPONENTS
+  CommonCore CommonDataModel CommonExecutionModel
+  FiltersCore FiltersSources
+  RenderingCore RenderingOpenGL2 RenderingAnnotation RenderingFreeType
+  InteractionStyle IOImport GUISupportQt)
+orlavex_find_dependency(PkgConfig)
+if(NOT TARGET PkgConfig::QWT)
+  pkg_check_modules(QWT REQUIRED IMPORTED_TARGET GLOBAL Qt5Qwt6)
+endif()

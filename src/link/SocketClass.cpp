@@ -1,0 +1,515 @@
+#include "SocketClass.h"
+
+#include <Orlavex/common/LogStream.h>
+
+#include <QDebug>
+#include <QTcpSocket>
+#include <QThread>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+// Length of one wait slice. Every wait of this class is a loop of such
+// slices, so that a closed connection or a close request from another thread
+// ends it within one slice, and no slice spins: each one sleeps in the
+// socket's own select until data arrives or the slice ends.
+constexpr int kSliceMs = 40;
+
+// Copies a field into `buf` when it consists only of characters that a plain
+// decimal number can hold; anything else goes the slow, fully general way.
+bool plainAscii(const QChar* text, int length, char* buf, int capacity) {
+    if (length <= 0 || length >= capacity)
+        return false;
+    for (int i = 0; i < length; ++i) {
+        const ushort c = text[i].unicode();
+        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E'))
+            return false;
+        buf[i] = char(c);
+    }
+    return true;
+}
+
+// Common numbers are read with std::from_chars, which rounds correctly like
+// Qt's own conversion. Results where Qt applies its own rules (zero, values
+// outside the normal range, anything from_chars rejects) are left to Qt.
+bool fastDouble(const QChar* text, int length, double* out) {
+    char buf[64];
+    if (!plainAscii(text, length, buf, int(sizeof buf)))
+        return false;
+    double d = 0;
+    const auto r = std::from_chars(buf, buf + length, d);
+    if (r.ec != std::errc() || r.ptr != buf + length || !(std::isnormal(d) || d == 0))
+        return false;
+    *out = d;
+    return true;
+}
+
+} // namespace
+
+SocketClass::SocketClass() : m_log(new LogStream), m_socket(new QTcpSocket) {
+    m_socketThread = QThread::currentThread();
+    m_rx.reserve(64 * 1024); // reserved capacity survives resize(0)
+    m_tx.reserve(4 * 1024);
+    m_scratch.reserve(256);
+}
+
+SocketClass::~SocketClass() {
+    m_log->close();
+    delete m_socket;
+}
+
+void SocketClass::setServerAddress(QString address) {
+    if (address.contains(QLatin1String("local"), Qt::CaseInsensitive)) {
+        m_address = QHostAddress(QHostAddress::LocalHost);
+        return;
+    }
+    m_address = QHostAddress();
+    if (!m_address.setAddress(address))
+        m_address = QHostAddress();
+}
+
+void SocketClass::setServerPort(int port) { m_port = quint16(port & 0xFFFF); }
+
+void SocketClass::setVerbose(bool verbose) { m_verbose = verbose; }
+
+void SocketClass::log(const QByteArray& text) { m_log->line(text); }
+
+void SocketClass::connectToServer() {
+    m_log->open();
+    m_log->line("FILE OPENED BY SOCKETCLASS");
+
+    // The socket belongs to the thread that connects it, normally the link
+    // thread: only that thread ever touches it afterwards. An unused socket
+    // made by the constructor on another thread is replaced here.
+    QThread* here = QThread::currentThread();
+    if (m_socket->thread() != here) {
+        delete m_socket;
+        m_socket = new QTcpSocket;
+    }
+    m_socketThread = here;
+    m_closeRequested = false;
+    if (m_socket->state() != QAbstractSocket::UnconnectedState)
+        m_socket->abort();
+    m_rx.resize(0);
+    m_rxPos = 0;
+
+    m_socket->connectToHost(m_address, m_port, QIODevice::ReadWrite);
+    // No time limit, as a connect has no retry; the slices only let a close
+    // request from another thread end an attempt that hangs.
+    while (m_socket->state() == QAbstractSocket::HostLookupState ||
+           m_socket->state() == QAbstractSocket::ConnectingState) {
+        if (m_socket->waitForConnected(kSliceMs))
+            break;
+        if (pollClose())
+            break;
+    }
+    if (m_socket->state() != QAbstractSocket::ConnectedState) {
+        qDebug("Failed to connect per 1 second.");
+        qDebug("%s", m_socket->errorString().toLocal8Bit().constData());
+    }
+    if (m_verbose)
+        log("SOCKET " + QByteArray::number(qlonglong(m_socket->socketDescriptor())));
+}
+
+void SocketClass::closeConnection() {
+    if (QThread::currentThread() == m_socketThread.load()) {
+        m_closeRequested = false;
+        m_socket->close();
+        if (m_socket->state() != QAbstractSocket::UnconnectedState)
+            m_socket->abort();
+        m_rx.resize(0);
+        m_rxPos = 0;
+    } else {
+        // Another thread may be inside a wait on the socket right now; it
+        // closes the socket itself at the end of its current slice.
+        m_closeRequested = true;
+    }
+}
+
+bool SocketClass::pollClose() {
+    if (!m_closeRequested.load())
+        return false;
+    closeConnection();
+    return true;
+}
+
+bool SocketClass::isConnected() const {
+    return m_socket->state() == QAbstractSocket::ConnectedState;
+}
+
+qint64 SocketClass::buffered() const {
+    return qint64(m_rx.size() - m_rxPos) + m_socket->bytesAvailable();
+}
+
+bool SocketClass::waitReadable(bool ownBufferCounts) {
+    for (;;) {
+        if (ownBufferCounts ? buffered() > 0 : m_socket->bytesAvailable() > 0)
+            return true;
+        if (pollClose())
+            return false;
+        if (m_socket->state() != QAbstractSocket::ConnectedState)
+            return m_socket->bytesAvailable() > 0;
+        if (m_socket->waitForReadyRead(kSliceMs))
+            return true;
+    }
+}
+
+bool SocketClass::waitWritten() {
+    while (m_socket->bytesToWrite() > 0) {
+        if (pollClose() || m_socket->state() != QAbstractSocket::ConnectedState)
+            return false;
+        m_socket->waitForBytesWritten(kSliceMs);
+    }
+    return true;
+}
+
+int SocketClass::sendData(int* count, QVector<int>* indices, QVector<double>* values) {
+    return sendData(count, indices, values, nullptr, nullptr);
+}
+
+int SocketClass::sendData(int* count, QVector<int>* indices, QVector<double>* values,
+                          std::mutex* lock, int* sent) {
+    if (sent)
+        *sent = 0;
+    if (m_verbose) {
+        log("SOCKET: SEND DATA");
+        qDebug("sendData");
+    }
+    pollClose();
+    if (m_socket->state() != QAbstractSocket::ConnectedState) {
+        if (m_verbose)
+            log("SOCKET: Not connected");
+        return 0;
+    }
+    if (!recv_ack()) {
+        if (m_verbose)
+            log("SOCKET: failed to receive ack");
+        return 0;
+    }
+    if (m_verbose)
+        log("SOCKET::sendData: ack received");
+
+    // The message is built after the ack, under the owner's lock if it gave
+    // one, so it carries every entry recorded up to this moment.
+    m_tx.resize(0);
+    int n = 0;
+    {
+        std::unique_lock<std::mutex> guard;
+        if (lock)
+            guard = std::unique_lock<std::mutex>(*lock);
+        n = *count;
+        char buf[16];
+        for (int k = 0; k <= n; ++k) {
+            if (k == 0) {
+                m_tx.append(buf, int(std::to_chars(buf, buf + sizeof buf, n).ptr - buf));
+            } else {
+                const int index = indices->at(k - 1);
+                m_tx.append(buf, int(std::to_chars(buf, buf + sizeof buf, index).ptr - buf));
+                m_tx.append(',');
+                appendFixed6(m_tx, values->at(k - 1));
+            }
+            if (k < n)
+                m_tx.append(',');
+        }
+        m_tx.append('#');
+    }
+    if (sent)
+        *sent = n;
+    if (m_verbose)
+        log(m_tx);
+    m_socket->write(m_tx);
+    waitWritten();
+    return 1;
+}
+
+int SocketClass::recv_ack() {
+    if (m_verbose) {
+        log("SOCKET: ACK - FUNCION recv_ack");
+        qDebug("SOCKET: ACK - FUNCION recv_ack");
+    }
+    while (buffered() == 0) {
+        if (m_verbose)
+            log("SOCKET: ACK - Waiting for receiving data");
+        if (!waitReadable(true)) {
+            if (m_verbose)
+                log("SOCKET: recv_ack Time out DATA");
+            return 0;
+        }
+    }
+    // Swallow at most ten bytes of whatever has arrived, ours first.
+    int take = 10;
+    const int own = qMin(take, m_rx.size() - m_rxPos);
+    m_rxPos += own;
+    take -= own;
+    if (take > 0 && m_socket->bytesAvailable() > 0) {
+        char sink[10];
+        m_socket->read(sink, take);
+    }
+    return 1;
+}
+
+bool SocketClass::readString(char terminal, QString* out) {
+    m_lastStringComplete = false;
+    if (m_verbose)
+        log("SOCKET: recv_string Entrada en funcion");
+
+    // First byte: wait in slices, two log lines per slice as the protocol's
+    // log has always shown. A closed link ends the wait with nothing read.
+    while (buffered() == 0) {
+        if (pollClose() || m_socket->state() != QAbstractSocket::ConnectedState)
+            break;
+        if (m_verbose)
+            log("SOCKET: recv_string Waiting for receiving data");
+        if (!m_socket->waitForReadyRead(kSliceMs) && m_verbose)
+            log("SOCKET: recv_string: Time out DATA");
+    }
+    if (m_verbose)
+        log("SOCKET: recv_string Receiving data");
+
+    // Take whole chunks from the socket and scan them for the terminal; what
+    // follows the terminal stays in m_rx for the next read.
+    int scanFrom = m_rxPos;
+    int end = -1;
+    bool tooLong = false;
+    for (;;) {
+        const char* base = m_rx.constData();
+        if (scanFrom < m_rx.size()) {
+            const void* hit = std::memchr(base + scanFrom, terminal, size_t(m_rx.size() - scanFrom));
+            if (hit) {
+                end = int(static_cast<const char*>(hit) - base) + 1;
+                break;
+            }
+        }
+        scanFrom = m_rx.size();
+        const qint64 pending = m_rx.size() - m_rxPos;
+        if (pending >= m_maxStringLength) {
+            tooLong = true;
+            break;
+        }
+        if (!waitReadable(false)) // our own bytes are scanned already
+            break;
+        if (m_rxPos > 0 && m_rxPos >= m_rx.size() / 2) {
+            m_rx.remove(0, m_rxPos);
+            scanFrom -= m_rxPos;
+            m_rxPos = 0;
+        }
+        const qint64 room = m_maxStringLength - (m_rx.size() - m_rxPos);
+        const qint64 want = qMin(m_socket->bytesAvailable(), room);
+        const int old = m_rx.size();
+        m_rx.resize(old + int(want));
+        const qint64 got = m_socket->read(m_rx.data() + old, want);
+        m_rx.resize(old + int(qMax<qint64>(got, 0)));
+    }
+
+    int stop = end >= 0 ? end : m_rx.size();
+    if (tooLong) {
+        qWarning("SOCKET: recv_string: server string longer than %lld bytes, connection closed",
+                 static_cast<long long>(m_maxStringLength));
+        stop = m_rxPos;
+        m_closeRequested = true;
+        pollClose();
+    }
+    const int length = stop - m_rxPos;
+    out->resize(length);
+    const char* src = m_rx.constData() + m_rxPos;
+    QChar* dst = out->data();
+    for (int i = 0; i < length; ++i)
+        dst[i] = QChar(uchar(src[i]));
+    m_rxPos = stop;
+    if (m_rxPos == m_rx.size()) {
+        m_rx.resize(0);
+        m_rxPos = 0;
+    }
+    m_lastStringComplete = end >= 0;
+
+    if (m_verbose) {
+        log("SOCKET: recv_string: Client: recv terminal #");
+        log("SOCKET: recv_string: Client: recv " + out->toLatin1());
+    }
+    send_ack();
+    return m_lastStringComplete;
+}
+
+QString SocketClass::recv_string(char terminal) {
+    QString s;
+    readString(terminal, &s);
+    return s;
+}
+
+void SocketClass::send_ack() {
+    if (m_socket->state() == QAbstractSocket::ConnectedState) {
+        m_socket->write("\0", 1);
+        waitWritten();
+    }
+    if (m_verbose)
+        m_log->putOpen("SOCKET: send_ack sent");
+}
+
+int SocketClass::getChalk() {
+    readString('#', &m_scratch);
+    if (m_verbose)
+        log("SOCKET: data GETCHALK " + QByteArray::number(m_scratch.size()));
+    const int chalk = toInt(m_scratch.constData(), qMax(0, m_scratch.size() - 1));
+    if (m_verbose)
+        log("SOCKET::getChalk, chalk: " + QByteArray::number(chalk));
+    return chalk;
+}
+
+int SocketClass::getNumValue(QString* data) {
+    readString('#', data);
+    const int comma = data->indexOf(QLatin1Char(','));
+    int num = 0;
+    if (comma >= 0) {
+        num = toInt(data->constData(), comma);
+        data->remove(0, comma + 1); // in place: the record buffer is reused every cycle
+    } else {
+        num = toInt(data->constData(), data->size());
+    }
+    if (m_verbose) {
+        log("SOCKET::getNumValue, num: " + QByteArray::number(num));
+        log("SOCKET: data without num " + data->toLatin1());
+    }
+    return num;
+}
+
+namespace {
+template <typename T> T convert(const QChar* text, int length);
+template <> float convert<float>(const QChar* text, int length) {
+    return SocketClass::toFloat(text, length);
+}
+template <> double convert<double>(const QChar* text, int length) {
+    return SocketClass::toDouble(text, length);
+}
+
+void printField(const QChar* text, int length) {
+    QByteArray bytes = QString::fromRawData(text, length).toLatin1();
+    bytes.append('\t');
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+}
+} // namespace
+
+template <typename T>
+void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints,
+                              int m) {
+    const QChar* s = data->constData();
+    const int length = data->size();
+    const int last = length - 1; // the terminal, never part of a last field
+    int pos = 0;
+    bool failed = false;
+
+    values->resize(n);
+    T* out = values->data();
+    for (int i = 0; i < n; ++i) {
+        const bool runsToEnd = (i == n - 1 && m == 0);
+        if (failed) {
+            // After a field that found no comma there is nothing left to split:
+            // this and every later entry is 0, and each field that needed a
+            // comma is reported as before.
+            out[i] = T(0);
+            if (!runsToEnd) {
+                if (std::is_same<T, float>::value)
+                    std::fputs("error process input\n", stdout);
+                else if (m_verbose)
+                    log("Socket: Error en processInput");
+            }
+            continue;
+        }
+        int fieldEnd;
+        if (runsToEnd) {
+            fieldEnd = qMax(pos, last);
+        } else {
+            fieldEnd = data->indexOf(QLatin1Char(','), pos);
+            if (fieldEnd < 0) {
+                failed = true;
+                --i; // report and zero this field through the branch above
+                continue;
+            }
+        }
+        out[i] = convert<T>(s + pos, fieldEnd - pos);
+        if (m_verbose)
+            printField(s + pos, fieldEnd - pos);
+        pos = fieldEnd + 1;
+    }
+
+    ints->resize(m);
+    int* iout = ints->data();
+    for (int j = 0; j < m; ++j) {
+        if (failed || pos > length) {
+            iout[j] = 0;
+            continue;
+        }
+        int fieldEnd;
+        if (j == m - 1) {
+            fieldEnd = qMax(pos, last);
+        } else {
+            fieldEnd = data->indexOf(QLatin1Char(','), pos);
+            if (fieldEnd < 0)
+                fieldEnd = length; // runs to the end, terminal included
+        }
+        iout[j] = toInt(s + pos, fieldEnd - pos);
+        pos = fieldEnd + 1;
+    }
+}
+
+void SocketClass::processInput(QString* data, QVector<float>* values, int n, QVector<int>* ints,
+                               int m) {
+    parseFields(data, values, n, ints, m);
+}
+
+void SocketClass::processInput(QString* data, QVector<double>* values, int n, QVector<int>* ints,
+                               int m) {
+    parseFields(data, values, n, ints, m);
+}
+
+void SocketClass::appendFixed6(QByteArray& out, double value) {
+    // std::to_chars is exact and locale-free; printf would follow the
+    // process's LC_NUMERIC, which a Qt application sets from the user.
+    char buf[400];
+    const auto r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, 6);
+    out.append(buf, int(r.ptr - buf));
+}
+
+float SocketClass::toFloat(const QChar* text, int length) {
+    double d;
+    if (fastDouble(text, length, &d) &&
+        (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
+                    std::fabs(d) <= double(std::numeric_limits<float>::max()))))
+        return float(d);
+    return QString::fromRawData(text, qMax(0, length)).toFloat();
+}
+
+double SocketClass::toDouble(const QChar* text, int length) {
+    double d;
+    if (fastDouble(text, length, &d))
+        return d;
+    return QString::fromRawData(text, qMax(0, length)).toDouble();
+}
+
+int SocketClass::toInt(const QChar* text, int length) {
+    // Up to nine digits with an optional minus cannot overflow.
+    if (length > 0 && length <= 10) {
+        int i = 0;
+        bool negative = false;
+        if (text[0].unicode() == '-') {
+            negative = true;
+            i = 1;
+        }
+        if (i < length && length - i <= 9) {
+            int v = 0;
+            for (; i < length; ++i) {
+                const ushort c = text[i].unicode();
+                if (c < '0' || c > '9')
+                    break;
+                v = v * 10 + int(c - '0');
+            }
+            if (i == length)
+                return negative ? -v : v;
+        }
+    }
+    return QString::fromRawData(text, qMax(0, length)).toInt(nullptr, 10);
+}

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <Orlavex/orlavex_export.h>
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QString>
+#include <QVector>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+class QTcpSocket;
+class QThread;
+class LogStream;
+
+/// TCP client of the simulation server and codec of the wire protocol.
+///
+/// Every call blocks until its work on the wire is done. One thread at a time
+/// drives the object; `closeConnection` alone may be called from any thread,
+/// also while another thread is blocked in a wait of this object.
+///
+/// Waits never spin and never outlive the connection: each wait runs in short
+/// slices that end as soon as data arrives, and between slices it notices a
+/// closed connection or a `closeConnection` from another thread.
+class ORLAVEX_EXPORT SocketClass {
+public:
+    SocketClass();
+    ~SocketClass();
+    SocketClass(const SocketClass&) = delete;
+    SocketClass& operator=(const SocketClass&) = delete;
+
+    /// "local" anywhere in the text (any case) selects 127.0.0.1; otherwise the
+    /// text must be a numeric IPv4 or IPv6 address, else the address is null.
+    void setServerAddress(QString address);
+    /// Keeps the low 16 bits of `port`.
+    void setServerPort(int port);
+    void setVerbose(bool verbose);
+
+    void connectToServer();
+    /// Closes the connection. From the thread that uses the socket this happens
+    /// at once; from any other thread the socket's own thread closes it at its
+    /// next wait slice (within about 50 ms), and a blocked wait returns failure.
+    void closeConnection();
+
+    /// Waits for the server ack, then sends the data message built from the
+    /// first `*count` entries of the two vectors. 1 when sent, 0 when not.
+    int sendData(int* count, QVector<int>* indices, QVector<double>* values);
+    /// As above, for a pending list that another thread appends to: `lock` is
+    /// held only while the message is built (after the ack has arrived, never
+    /// across a wait), and `sent` receives the number of entries the message
+    /// carried (0 when nothing was sent).
+    int sendData(int* count, QVector<int>* indices, QVector<double>* values, std::mutex* lock,
+                 int* sent);
+    int getChalk();
+    int getNumValue(QString* data);
+    void processInput(QString* data, QVector<float>* values, int n, QVector<int>* ints, int m);
+    void processInput(QString* data, QVector<double>* values, int n, QVector<int>* ints, int m);
+
+    /// Whether the last server string ended with its terminal (false after a
+    /// read cut short by a lost connection or by the length limit).
+    bool lastStringComplete() const { return m_lastStringComplete; }
+    /// Whether the connection is up, as seen by the thread that uses the socket.
+    bool isConnected() const;
+    QHostAddress serverAddress() const { return m_address; }
+    quint16 serverPort() const { return m_port; }
+    bool isVerbose() const { return m_verbose; }
+
+    /// Longest server string accepted, terminal included (default 256 MiB).
+    /// A longer one ends the read, counts as a failed string and closes the
+    /// connection, since the stream can no longer be followed.
+    void setMaxStringLength(qint64 bytes) { m_maxStringLength = bytes; }
+    qint64 maxStringLength() const { return m_maxStringLength; }
+
+    /// The "%f" form of a value: identical to printf("%f") in the C locale.
+    static void appendFixed6(QByteArray& out, double value);
+    /// Field conversions, equal to QString::toFloat, toDouble and toInt
+    /// (base 10) in the C locale for every input; 0 when not a number.
+    static float toFloat(const QChar* text, int length);
+    static double toDouble(const QChar* text, int length);
+    static int toInt(const QChar* text, int length);
+
+private:
+    int recv_ack();
+    QString recv_string(char terminal);
+    void send_ack();
+
+    bool readString(char terminal, QString* out);
+    template <typename T> void parseFields(QString* data, QVector<T>* values, int n,
+                                           QVector<int>* ints, int m);
+    qint64 buffered() const;
+    bool pollClose();
+    bool waitReadable(bool ownBufferCounts); // false when the link is gone
+    bool waitWritten();
+    void log(const QByteArray& text);
+
+    std::unique_ptr<LogStream> m_log;
+    QTcpSocket* m_socket = nullptr;
+    QHostAddress m_address;
+    quint16 m_port = 4848;
+    bool m_verbose = false;
+
+    // Bytes taken from the socket but not yet consumed: what follows a
+    // terminal stays here for the next read, exactly as if it were still in
+    // the socket's receive buffer.
+    QByteArray m_rx;
+    int m_rxPos = 0;
+    QByteArray m_tx;    // data message, reused every cycle
+    QString m_scratch;  // chalk string, reused every cycle
+    bool m_lastStringComplete = true;
+    qint64 m_maxStringLength = qint64(256) * 1024 * 1024;
+    std::atomic<QThread*> m_socketThread{nullptr};
+    std::atomic<bool> m_closeRequested{false};
+};

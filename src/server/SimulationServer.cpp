@@ -1,0 +1,173 @@
+#include "SimulationServer.h"
+
+#include <QDeadlineTimer>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+
+#include <charconv>
+#include <cstdlib>
+
+SimulationServer::SimulationServer() = default;
+
+SimulationServer::~SimulationServer() {
+    delete m_client;
+    delete m_server;
+}
+
+bool SimulationServer::listen(const QHostAddress& address, quint16 port) {
+    delete m_server;
+    m_server = new QTcpServer;
+    return m_server->listen(address, port);
+}
+
+quint16 SimulationServer::port() const { return m_server ? m_server->serverPort() : 0; }
+
+bool SimulationServer::waitForClient(int msecs) {
+    if (!m_server)
+        return false;
+    if (!m_server->hasPendingConnections() && !m_server->waitForNewConnection(msecs))
+        return false;
+    delete m_client;
+    m_client = m_server->nextPendingConnection();
+    m_rx.clear();
+    if (m_client)
+        m_client->setParent(nullptr);
+    return m_client != nullptr;
+}
+
+bool SimulationServer::isConnected() const {
+    return m_client && m_client->state() == QAbstractSocket::ConnectedState;
+}
+
+bool SimulationServer::write(const QByteArray& bytes) {
+    if (!isConnected())
+        return false;
+    m_client->write(bytes);
+    while (m_client->bytesToWrite() > 0) {
+        if (!m_client->waitForBytesWritten(m_timeout))
+            return false;
+    }
+    return true;
+}
+
+bool SimulationServer::fill(int msecs) {
+    if (!m_client)
+        return false;
+    if (m_client->bytesAvailable() == 0 && !m_client->waitForReadyRead(msecs))
+        return false;
+    m_rx.append(m_client->readAll());
+    return true;
+}
+
+bool SimulationServer::sendAck(const QByteArray& ack) { return write(ack); }
+
+bool SimulationServer::readData(QVector<Entry>* entries) {
+    QDeadlineTimer deadline(m_timeout < 0 ? QDeadlineTimer::Forever : qint64(m_timeout));
+    int end;
+    while ((end = m_rx.indexOf('#')) < 0) {
+        if (!fill(int(qMin<qint64>(deadline.remainingTime() < 0 ? 1000 : deadline.remainingTime(),
+                                   1000))) &&
+            (deadline.hasExpired() || !isConnected()))
+            return false;
+    }
+    m_lastMessage = m_rx.left(end + 1);
+    m_rx.remove(0, end + 1);
+    entries->clear();
+
+    const QList<QByteArray> fields = m_lastMessage.left(end).split(',');
+    bool ok = false;
+    const int n = fields.value(0).toInt(&ok);
+    if (!ok || n < 0 || fields.size() != 1 + 2 * n)
+        return false;
+    for (int k = 0; k < n; ++k) {
+        bool okIndex = false, okValue = false;
+        const int index = fields[1 + 2 * k].toInt(&okIndex);
+        const double value = fields[2 + 2 * k].toDouble(&okValue);
+        if (!okIndex || !okValue)
+            return false;
+        entries->append(Entry(index, value));
+    }
+    return true;
+}
+
+bool SimulationServer::readClientAck() {
+    QDeadlineTimer deadline(m_timeout < 0 ? QDeadlineTimer::Forever : qint64(m_timeout));
+    while (m_rx.isEmpty()) {
+        const qint64 left = deadline.remainingTime();
+        if (!fill(int(left < 0 ? 1000 : qMin<qint64>(left, 1000))) &&
+            (deadline.hasExpired() || !isConnected()))
+            return false;
+    }
+    const bool ack = m_rx.at(0) == '\0';
+    m_rx.remove(0, 1);
+    return ack;
+}
+
+bool SimulationServer::sendChalk(int chalk) {
+    return write(QByteArray::number(chalk) + '#') && readClientAck();
+}
+
+void SimulationServer::appendNumber(QByteArray& out, double value) {
+    char buf[64];
+    const auto r = std::to_chars(buf, buf + sizeof buf, value);
+    out.append(buf, int(r.ptr - buf));
+}
+
+QByteArray SimulationServer::record(int num, const double* values, int count) {
+    QByteArray text = QByteArray::number(num);
+    text.reserve(text.size() + 2 + count * 12);
+    text.append(',');
+    for (int i = 0; i < count; ++i) {
+        if (i > 0)
+            text.append(',');
+        appendNumber(text, values[i]);
+    }
+    text.append('#');
+    return text;
+}
+
+bool SimulationServer::sendRecord(int num, const double* values, int count) {
+    return write(record(num, values, count)) && readClientAck();
+}
+
+bool SimulationServer::sendRecord(int num, const QVector<double>& values) {
+    return sendRecord(num, values.constData(), values.size());
+}
+
+bool SimulationServer::sendRecord(int num, std::initializer_list<double> values) {
+    return sendRecord(num, values.begin(), int(values.size()));
+}
+
+bool SimulationServer::sendRaw(const QByteArray& bytes) { return write(bytes); }
+
+bool SimulationServer::sendSplit(const QByteArray& bytes, int parts, int pauseMs) {
+    parts = qMax(1, qMin(parts, bytes.size()));
+    const int step = (bytes.size() + parts - 1) / parts;
+    for (int from = 0; from < bytes.size(); from += step) {
+        if (from > 0)
+            QThread::msleep(ulong(pauseMs));
+        if (!write(bytes.mid(from, step)))
+            return false;
+    }
+    return true;
+}
+
+QByteArray SimulationServer::readRaw(int maxBytes, int msecs) {
+    QDeadlineTimer deadline(msecs);
+    while (m_rx.size() < maxBytes && !deadline.hasExpired()) {
+        if (!fill(int(qMax<qint64>(1, deadline.remainingTime()))) && !isConnected())
+            break;
+    }
+    const QByteArray out = m_rx.left(maxBytes);
+    m_rx.remove(0, out.size());
+    return out;
+}
+
+void SimulationServer::closeClient() {
+    if (m_client) {
+        m_client->close();
+        if (m_client->state() != QAbstractSocket::UnconnectedState)
+            m_client->abort();
+    }
+}

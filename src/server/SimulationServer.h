@@ -1,0 +1,97 @@
+#pragma once
+
+#include <Orlavex/orlavex_server_export.h>
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QPair>
+#include <QVector>
+
+#include <initializer_list>
+
+class QTcpServer;
+class QTcpSocket;
+
+/// The simulation server's half of the wire protocol, for servers written in
+/// C++ with Qt (and for tests, benchmarks and the demo).
+///
+/// It listens, accepts one front-end and offers the server's messages: the
+/// server ack, reading a data message, the chalk string, record strings and
+/// the client ack, plus raw access for fault injection. Every call blocks;
+/// reads wait at most `timeout()` (30 s by default, -1 for ever) and report
+/// failure instead of hanging.
+///
+/// The object is used on one thread: the thread that calls `listen` creates
+/// the sockets and must be the one that serves. It needs no event loop.
+///
+/// A cycle, as the front-end expects it:
+/// \code
+///   server.sendAck();
+///   server.readData(&changes);          // (index, value) pairs
+///   server.sendChalk(cycle);
+///   server.sendRecord(1, {x, y, z});    // one per registered object
+/// \endcode
+class ORLAVEX_SERVER_EXPORT SimulationServer {
+public:
+    /// One (control index, value) pair of a data message.
+    using Entry = QPair<int, double>;
+
+    SimulationServer();
+    ~SimulationServer();
+    SimulationServer(const SimulationServer&) = delete;
+    SimulationServer& operator=(const SimulationServer&) = delete;
+
+    /// Listens on the address and port; port 0 picks a free port (see `port`).
+    bool listen(const QHostAddress& address = QHostAddress(QHostAddress::LocalHost),
+                quint16 port = 0);
+    quint16 port() const;
+    /// Waits for the front-end to connect; true once one is connected.
+    bool waitForClient(int msecs = -1);
+    bool isConnected() const;
+
+    /// Longest wait of a read, in milliseconds; -1 waits for ever.
+    void setTimeout(int msecs) { m_timeout = msecs; }
+    int timeout() const { return m_timeout; }
+
+    /// Sends the server ack (one to ten bytes of any value).
+    bool sendAck(const QByteArray& ack = QByteArray(1, '\x01'));
+    /// Reads one data message into its entries; false on time-out, a closed
+    /// connection or a message that does not follow the format.
+    bool readData(QVector<Entry>* entries);
+    /// The text of the last data message read, terminator included.
+    QByteArray lastDataMessage() const { return m_lastMessage; }
+
+    /// Sends "<chalk>#" and reads the client ack.
+    bool sendChalk(int chalk);
+    /// Sends "<num>,<v0>,<v1>,...#" and reads the client ack. Numbers are
+    /// written in their shortest form that reads back to the same double.
+    bool sendRecord(int num, const double* values, int count);
+    bool sendRecord(int num, const QVector<double>& values);
+    bool sendRecord(int num, std::initializer_list<double> values);
+    /// Reads the one-byte client ack.
+    bool readClientAck();
+
+    /// Raw access for fault injection: any bytes, unframed.
+    bool sendRaw(const QByteArray& bytes);
+    /// Sends `bytes` in `parts` writes of about equal size, `pauseMs` apart.
+    bool sendSplit(const QByteArray& bytes, int parts, int pauseMs);
+    /// Reads whatever arrives within `msecs`, at most `maxBytes` bytes.
+    QByteArray readRaw(int maxBytes, int msecs);
+    /// Closes the front-end's connection (for instance in the middle of a string).
+    void closeClient();
+
+    /// Appends the shortest text that reads back to `value`.
+    static void appendNumber(QByteArray& out, double value);
+    /// Builds a record string without sending it.
+    static QByteArray record(int num, const double* values, int count);
+
+private:
+    bool fill(int msecs); // waits for more bytes into m_rx
+    bool write(const QByteArray& bytes);
+
+    QTcpServer* m_server = nullptr;
+    QTcpSocket* m_client = nullptr;
+    QByteArray m_rx;
+    QByteArray m_lastMessage;
+    int m_timeout = 30000;
+};
