@@ -6,3 +6,15 @@
 #include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SendClass.h>
 #include <Orlavex/link/SocketClass.h>
+#include <Orlavex/common/SceneLock.h>
+
+#include <Orlavex/scene/Drawable.h>
+#include <Orlavex/scene/DrawableI.h>
+#include <Orlavex/scene/DrawableSource.h>
+
+#include <Orlavex/display/SurfaceFormat.h>
+
+#include <Orlavex/controls/Dialog.h>
+#include <Orlavex/controls/GroupBox.h>
+#include <Orlavex/controls/LayoutPolicy.h>
+#include <Orlavex/controls/Panel.h>

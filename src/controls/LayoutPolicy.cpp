@@ -1,0 +1,50 @@
+#include "LayoutPolicy.h"
+
+#include <QBoxLayout>
+#include <QGridLayout>
+#include <QWidget>
+
+void LayoutPolicy::setLayoutPolicy(const char* policy, QWidget* widget) {
+    m_policyName = QString::fromUtf8(policy ? policy : "");
+    if (m_policyName == QLatin1String("HBox"))
+        m_layout = new QHBoxLayout;
+    else if (m_policyName == QLatin1String("VBox"))
+        m_layout = new QVBoxLayout;
+    else
+        m_layout = new QGridLayout;
+    widget->setLayout(m_layout);
+}
+
+void LayoutPolicy::replaceLayoutPolicy(const char* policy, QWidget* widget) {
+    delete widget->layout();
+    setLayoutPolicy(policy, widget);
+}
+
+bool LayoutPolicy::checkLayout() const {
+    if (!m_layout)
+        qWarning("LayoutPolicy::addWidget: no layout policy has been set; the widget is not added");
+    return m_layout != nullptr;
+}
+
+void LayoutPolicy::addWidget(QWidget* w) {
+    if (checkLayout())
+        m_layout->addWidget(w);
+}
+
+void LayoutPolicy::addWidget(QWidget* w, int row, int column) {
+    if (!checkLayout())
+        return;
+    if (auto* grid = qobject_cast<QGridLayout*>(m_layout))
+        grid->addWidget(w, row, column);
+    else
+        m_layout->addWidget(w);
+}
+
+void LayoutPolicy::addWidget(QWidget* w, int row, int column, int rowSpan, int columnSpan) {
+    if (!checkLayout())
+        return;
+    if (auto* grid = qobject_cast<QGridLayout*>(m_layout))
+        grid->addWidget(w, row, column, rowSpan, columnSpan);
+    else
+        m_layout->addWidget(w);
+}

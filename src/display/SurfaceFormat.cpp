@@ -1,0 +1,10 @@
+#include "SurfaceFormat.h"
+
+#include <QCoreApplication>
+#include <QSurfaceFormat>
+#include <QVTKOpenGLNativeWidget.h>
+
+void SurfaceFormat::prepare() {
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QSurfaceFormat::setDefaultFormat(QVTKOpenGLNativeWidget::defaultFormat());
+}

@@ -1,0 +1,3 @@
+#include "Drawable.h"
+
+Drawable::~Drawable() = default;

@@ -1,0 +1,29 @@
+#include "DrawableI.h"
+
+#include <vtkRenderer.h>
+
+DrawableI::DrawableI(const DrawableI& other) : Drawable(other), renderer(other.renderer) {
+    if (renderer)
+        renderer->Register(nullptr);
+}
+
+DrawableI& DrawableI::operator=(const DrawableI& other) {
+    if (this != &other) {
+        Drawable::operator=(other);
+        setRenderer(other.renderer);
+    }
+    return *this;
+}
+
+DrawableI::~DrawableI() {
+    if (renderer)
+        renderer->Delete();
+}
+
+void DrawableI::setRenderer(vtkRenderer* r) {
+    if (r)
+        r->Register(nullptr);
+    if (renderer)
+        renderer->Delete();
+    renderer = r;
+}
