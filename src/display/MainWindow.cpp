@@ -1,0 +1,123 @@
+#include "MainWindow.h"
+
+#include <Orlavex/common/SceneLock.h>
+#include <Orlavex/controls/Browser.h>
+#include <Orlavex/controls/Dialog.h>
+#include <Orlavex/display/Canvas.h>
+#include <Orlavex/display/PlottingPanelQwt.h>
+#include <Orlavex/display/TrailQwt.h>
+#include <Orlavex/link/CommThread.h>
+#include <Orlavex/link/SocketClass.h>
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QTimer>
+#include <QUrl>
+
+#include <qwt_plot_item.h>
+#include <vtkRenderWindow.h>
+#include <vtkRenderer.h>
+
+#include <cstdio>
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), m_firstPass(true) {
+    commThread = new CommThread(this);
+    m_link = commThread;
+    timeStart = 0;
+    m_startTimer = new QTimer(this);
+    m_startTimer->setSingleShot(true);
+    m_startTimer->start(0);
+    connect(m_startTimer, &QTimer::timeout, this, &MainWindow::renderWindow);
+    m_central = new QWidget;
+    setCentralWidget(m_central);
+    connect(commThread, &CommThread::connectionFailed, this, &MainWindow::closeWindow);
+    connect(commThread, &CommThread::dataUpdated, this, &MainWindow::renderWindow,
+            Qt::BlockingQueuedConnection);
+    connect(commThread, &CommThread::trailUpdated, this, &MainWindow::pointTrail,
+            Qt::BlockingQueuedConnection);
+}
+
+MainWindow::~MainWindow() {
+    // The link thread may be about to hand this window a render pass; once
+    // the window is gone nobody would take it. Stop the thread first; the
+    // client application still owns (and deletes) the thread object.
+    if (m_link) {
+        disconnect(m_link, nullptr, this, nullptr);
+        // Dropping a pending hand-over releases the link thread waiting on it.
+        QCoreApplication::removePostedEvents(this, QEvent::MetaCall);
+        m_link->shutdown();
+    }
+}
+
+void MainWindow::setLayoutPolicy(const char* policy) { replaceLayoutPolicy(policy, m_central); }
+
+void MainWindow::setTimeStart(double ms) {
+    timeStart = ms;
+    // A pending single-shot timer restarts with the new interval.
+    m_startTimer->setInterval(int(ms));
+}
+
+void MainWindow::adjustCameras() {
+    const QVector<Canvas*>& canvases = m_link->canvases;
+    for (int i = 0; i < canvases.size(); ++i) {
+        canvases[i]->GetCamera0();
+        vtkRenderer* r = m_link->renderers.value(i, nullptr);
+        if (!r)
+            continue;
+        if (m_frameScene)
+            r->ResetCamera();
+        else
+            r->ResetCameraClippingRange();
+    }
+}
+
+void MainWindow::renderWindow() {
+    if (!m_link)
+        return; // the client application has already ended the link
+    {
+        // The link thread waits while this runs; the lock keeps renders that
+        // the user starts by hand from overlapping its changes just the same.
+        SceneLock lock;
+        for (vtkRenderer* r : qAsConst(m_link->renderers))
+            if (r && r->GetRenderWindow())
+                r->GetRenderWindow()->Render();
+    }
+    for (PlottingPanelQwt* p : qAsConst(m_link->plots))
+        p->replot();
+    if (m_secondPass) {
+        adjustCameras();
+        m_secondPass = false;
+    }
+    if (!m_firstPass)
+        return;
+    for (Browser* b : qAsConst(m_link->browsers)) {
+        const char* address = b->getURL();
+        b->setUrl(QUrl(QString::fromLocal8Bit(address ? address : ""), QUrl::TolerantMode));
+        b->show();
+    }
+    adjustCameras();
+    m_firstPass = false;
+    m_secondPass = true;
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    const QVector<Dialog*> dialogs = m_link ? m_link->dialogs : QVector<Dialog*>();
+    for (Dialog* d : dialogs) {
+        d->close();
+        std::fputs("Closing windows", stdout);
+        std::fflush(stdout);
+    }
+    event->accept();
+}
+
+void MainWindow::closeWindow() {
+    if (m_link) {
+        m_link->getSocket()->closeConnection();
+        m_link->stop();
+    }
+    close();
+}
+
+void MainWindow::showCurve(QwtPlotItem* item, bool on) { item->setVisible(on); }
+
+void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) { trail->insertXY(points); }

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <Orlavex/controls/LayoutPolicy.h>
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QVector>
+
+class CommThread;
+class QTimer;
+class QwtPlotItem;
+class TrailQwt;
+
+/// The top-level window of a front-end.
+///
+/// It creates the link thread (`commThread`, public so that the client
+/// application registers its objects with it and starts it), renders every
+/// registered renderer and re-plots every registered plot whenever the link
+/// thread reports a cycle, runs a start-up pass that loads the web views and
+/// records each canvas's initial camera, hands trail points to their trails
+/// and closes itself when the link fails.
+///
+/// Start-up and shutdown, as a client application does them:
+/// \code
+///   SurfaceFormat::prepare();          // before the QApplication exists
+///   QApplication app(argc, argv);
+///   MainWindow window;
+///   window.setLayoutPolicy("VBox");
+///   ... widgets, canvases, scene objects, registration with window.commThread ...
+///   window.commThread->setServerAddress("local");
+///   window.commThread->setServerPort(port);
+///   window.show();
+///   window.commThread->start();
+///   const int rc = app.exec();
+///   delete window.commThread;          // ends the link thread promptly, whatever it is doing
+///   return rc;
+/// \endcode
+/// The window never deletes the link thread. If it is destroyed while the
+/// thread still runs, its destructor stops the thread and waits for it (the
+/// thread object itself stays the client application's to delete).
+class ORLAVEX_EXPORT MainWindow : public QMainWindow, public LayoutPolicy {
+    Q_OBJECT
+    Q_INTERFACES(LayoutPolicy)
+public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    /// The link thread. Not a child of the window.
+    CommThread* commThread;
+
+    using LayoutPolicy::setLayoutPolicy;
+    /// Deletes the central widget's layout, if any, then builds the new one on it.
+    void setLayoutPolicy(const char* policy);
+    /// Delay of the first render pass in milliseconds (truncated toward zero);
+    /// restarts the pending start timer, changes nothing once it has fired.
+    void setTimeStart(double ms);
+    double getTimeStart() const { return timeStart; }
+
+    /// The start-up passes save each canvas's camera and then adjust its
+    /// renderer to the scene. By default the camera is reset to frame all
+    /// visible objects (vtkRenderer::ResetCamera), so that a scene shows
+    /// whatever its size; with `false` only the clipping range is reset
+    /// (vtkRenderer::ResetCameraClippingRange), which keeps a camera the client
+    /// application set up itself.
+    void setFrameSceneOnStart(bool frame) { m_frameScene = frame; }
+
+protected:
+    /// Closes every registered dialog, writing "Closing windows" to standard
+    /// output for each, then accepts. The link thread is not stopped here.
+    void closeEvent(QCloseEvent* event) override;
+
+private slots:
+    void renderWindow();
+    void closeWindow();
+    void showCurve(QwtPlotItem* item, bool on);
+    void pointTrail(TrailQwt* trail, QVector<double>* points);
+
+private:
+    void adjustCameras();
+
+    double timeStart;
+    QWidget* m_central;
+    QTimer* m_startTimer;
+    bool m_firstPass;
+    bool m_secondPass = false;
+    bool m_frameScene = true;
+    QPointer<CommThread> m_link; // nulled when the client application deletes the thread
+};

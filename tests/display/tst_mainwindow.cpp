@@ -1,0 +1,273 @@
+// The main window: render-pass semantics, closing, layout policy, and a whole
+// front-end driven by the server class (canvas, trail plot and read-out
+// screenshots), plus prompt shutdown whatever the link thread is doing.
+#include <Orlavex/controls/Browser.h>
+#include <Orlavex/controls/Dialog.h>
+#include <Orlavex/controls/DisplayDouble.h>
+#include <Orlavex/display/Canvas.h>
+#include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/display/MainWindow.h>
+#include <Orlavex/display/PlottingPanelQwt.h>
+#include <Orlavex/display/TrailQwt.h>
+#include <Orlavex/link/CommThread.h>
+#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/scene/Sphere.h>
+
+#include "CycleServer.h"
+#include "GuiTestMain.h"
+#include "StdoutCapture.h"
+
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QPointer>
+#include <QVBoxLayout>
+
+#include <qwt_plot_curve.h>
+#include <vtkCamera.h>
+
+#include <thread>
+
+namespace {
+bool isRed(QRgb c) { return qRed(c) > 150 && qGreen(c) < 90 && qBlue(c) < 90; }
+bool isWhite(QRgb c) { return qRed(c) > 230 && qGreen(c) > 230 && qBlue(c) > 230; }
+
+QImage grabCanvas(Canvas* canvas) { return canvas->grabFramebuffer(); }
+
+void saveOnFailure(const QImage& image, const char* name) {
+    const QString path = QDir::current().absoluteFilePath(QString::fromLatin1(name) + ".png");
+    image.save(path);
+    qWarning("image written to %s", qPrintable(path));
+}
+
+double initialCameraZ(Canvas& c) {
+    return c.initialCameraSettings() ? c.initialCameraSettings()->position[2] : -1;
+}
+
+// Runs one render pass as the link thread asks for it.
+void renderPass(MainWindow& w) { QMetaObject::invokeMethod(&w, "renderWindow"); }
+} // namespace
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+private slots:
+    void cameraSavedOnFirstTwoPasses() {
+        MainWindow w;
+        w.setFrameSceneOnStart(false);
+        Canvas canvas;
+        w.commThread->setRenderer(canvas.renderer);
+        w.commThread->setCanvas(&canvas);
+        canvas.SetCamera(0, 0, 10, 0, 0, 0, 0, 1, 0, 30);
+        QTRY_VERIFY(canvas.initialCameraSettings().has_value()); // first pass, on the timer
+        QCOMPARE(initialCameraZ(canvas), 10.0);
+        canvas.SetCamera(0, 0, 20, 0, 0, 0, 0, 1, 0, 30);
+        renderPass(w); // second pass
+        QCOMPARE(initialCameraZ(canvas), 20.0);
+        canvas.SetCamera(0, 0, 30, 0, 0, 0, 0, 1, 0, 30);
+        renderPass(w); // steady: only renders
+        QCOMPARE(initialCameraZ(canvas), 20.0);
+        canvas.SetCamera0();
+        QCOMPARE(canvas.currentCamera()->GetPosition()[2], 20.0);
+    }
+
+    void firstPassOnTimerOrData() {
+        {
+            MainWindow w;
+            Canvas canvas;
+            w.commThread->setCanvas(&canvas);
+            QElapsedTimer timer;
+            timer.start();
+            w.setTimeStart(250.9);
+            QCOMPARE(w.getTimeStart(), 250.9);
+            QTRY_VERIFY(canvas.initialCameraSettings().has_value());
+            QVERIFY(timer.elapsed() >= 250);
+        }
+        {
+            // dataUpdated() before the timer: it runs the first pass.
+            MainWindow w;
+            w.setTimeStart(60000);
+            Canvas canvas;
+            w.commThread->setCanvas(&canvas);
+            std::thread link([&] { emit w.commThread->dataUpdated(); });
+            QTRY_VERIFY(canvas.initialCameraSettings().has_value());
+            link.join();
+        }
+    }
+
+    void browsersLoadedOnFirstPassOnly() {
+        MainWindow w;
+        Browser browser;
+        const char* address = "about:blank";
+        browser.settingURL(address);
+        QVERIFY(browser.url() != QUrl(address)); // the start page comes first
+        w.commThread->setBrowser(&browser);
+        QTRY_COMPARE(browser.url(), QUrl(address));
+        QVERIFY(browser.isVisible());
+        browser.setUrl(QUrl("about:blank#later"));
+        renderPass(w);
+        renderPass(w);
+        QCOMPARE(browser.url(), QUrl("about:blank#later"));
+    }
+
+    void closing() {
+        MainWindow w;
+        Dialog a, b;
+        w.commThread->setDialogs(&a);
+        w.commThread->setDialogs(&b);
+        w.show();
+        a.show();
+        b.show();
+        QSignalSpy closingA(&a, &Dialog::closing);
+        StdoutCapture out;
+        QMetaObject::invokeMethod(&w, "closeWindow"); // what a failed link does
+        QCOMPARE(out.take(), QByteArray("Closing windowsClosing windows"));
+        QVERIFY(w.commThread->isStopped());
+        QVERIFY(!w.isVisible());
+        QVERIFY(!a.isVisible() && !b.isVisible());
+        QCOMPARE(closingA.count(), 1);
+
+        MainWindow alone; // no dialogs: nothing written, close accepted
+        alone.show();
+        StdoutCapture quiet;
+        QVERIFY(alone.close());
+        QCOMPARE(quiet.take(), QByteArray());
+    }
+
+    void layoutPolicy() {
+        MainWindow w;
+        w.setLayoutPolicy("HBox");
+        QPointer<QLayout> first = w.centralWidget()->layout();
+        QVERIFY(qobject_cast<QHBoxLayout*>(first.data()));
+        w.setLayoutPolicy("VBox");
+        QVERIFY(first.isNull());
+        QVERIFY(qobject_cast<QVBoxLayout*>(w.centralWidget()->layout()));
+        QCOMPARE(qobject_cast<LayoutPolicy*>(&w), static_cast<LayoutPolicy*>(&w));
+    }
+
+    // A whole front-end: the server moves a red sphere, feeds a trail and a
+    // read-out; every cycle ends in a render pass and a re-plot.
+    void endToEnd() {
+        std::atomic<double> x{0.0};
+        std::atomic<int> served{0};
+        CycleServer server(
+            [&](int cycle) {
+                served = cycle;
+                const double sphere[10] = {x.load(), 0, 0, 0, 0, 0, 0, 0, 0, 1};
+                const double point[2] = {double(cycle), double(cycle % 7)};
+                const double height = 2.5;
+                return QVector<QByteArray>{SimulationServer::record(1, sphere, 10),
+                                           SimulationServer::record(2, point, 2),
+                                           SimulationServer::record(3, &height, 1)};
+            },
+            1000000);
+        MainWindow w;
+        w.setFrameSceneOnStart(false);
+        w.setLayoutPolicy("VBox");
+        auto* view = new CanvasButtons;
+        auto* plot = new PlottingPanelQwt;
+        DisplayDouble readOut;
+        readOut.setPrefix("h = ");
+        readOut.setSufix(" m");
+        w.addWidget(view);
+        w.addWidget(plot);
+        w.addWidget(readOut.getLabel());
+        Sphere sphere;
+        sphere.setRenderer(view->renderer);
+        sphere.setColor(1, 0, 0);
+        sphere.setInteractivelyPositioned(1);
+        TrailQwt trail("height");
+        trail.attachToPlot(plot);
+        trail.getCurve()->setPen(QPen(Qt::blue, 3));
+        CommThread* link = w.commThread;
+        link->setRenderer(view->renderer);
+        link->setCanvas(view->canvas);
+        link->setPlot(plot);
+        link->setDrawables(&sphere);
+        link->setSendingObjI(1, &sphere);
+        link->setSendingObjI(2, &trail);
+        link->setSendingObjI(3, &readOut);
+        view->canvas->SetCamera(0, 0, 10, 0, 0, 0, 0, 1, 0, 30);
+        link->setServerAddress("local");
+        link->setServerPort(server.port());
+        w.resize(600, 800);
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        link->start();
+
+        QTRY_VERIFY(served.load() > 20);
+        QTRY_COMPARE(readOut.getLabel()->text(), QStringLiteral("h = 2.50 m"));
+        QImage before = grabCanvas(view->canvas);
+        const QPoint centre(before.width() / 2, before.height() / 2);
+        if (!isRed(before.pixel(centre)) || !isWhite(before.pixel(2, 2)))
+            saveOnFailure(before, "endToEnd-before");
+        QVERIFY(isRed(before.pixel(centre)));
+        QVERIFY(isWhite(before.pixel(2, 2)));
+
+        x = 1.6; // the next records move the sphere to the right
+        const int from = served.load();
+        QTRY_VERIFY(served.load() > from + 3);
+        QImage after;
+        auto moved = [&] {
+            after = grabCanvas(view->canvas);
+            return isWhite(after.pixel(centre));
+        };
+        QTRY_VERIFY(moved());
+        QVERIFY(after != before);
+        const int right = centre.x() + int(1.6 / 5.36 * after.height()); // x = 1.6 in view units
+        if (!isRed(after.pixel(right, centre.y())))
+            saveOnFailure(after, "endToEnd-after");
+        QVERIFY(isRed(after.pixel(right, centre.y())));
+
+        // The trail plot shows the points sent: blue pixels on the plot canvas.
+        const QImage plotted = plot->canvas()->grab().toImage();
+        int blue = 0;
+        for (int yy = 0; yy < plotted.height(); ++yy)
+            for (int xx = 0; xx < plotted.width(); ++xx) {
+                const QRgb c = plotted.pixel(xx, yy);
+                blue += qBlue(c) > 200 && qRed(c) < 60 && qGreen(c) < 60;
+            }
+        if (blue < 20)
+            saveOnFailure(plotted, "endToEnd-plot");
+        QVERIFY(blue >= 20);
+
+        QElapsedTimer timer;
+        timer.start();
+        w.close();
+        delete link;
+        QVERIFY(timer.elapsed() < 1000);
+    }
+
+    // Closing ends the link promptly whatever it is doing.
+    void promptShutdown_data() {
+        QTest::addColumn<QString>("state");
+        QTest::newRow("waiting for the server") << "silent";
+        QTest::newRow("paused") << "paused";
+        QTest::newRow("blocked on the render pass") << "render";
+    }
+    void promptShutdown() {
+        QFETCH(QString, state);
+        ServerThread silent([](SimulationServer& s) { s.readRaw(1, 5000); }, 5000);
+        CycleServer cycling([](int) { return QVector<QByteArray>{"1,#"}; }, 1000000, 5000);
+        Sphere sphere;
+        QElapsedTimer timer;
+        {
+            MainWindow w;
+            CommThread* link = w.commThread;
+            link->setSendingObjI(1, &sphere);
+            link->setServerAddress("local");
+            link->setServerPort(state == "silent" ? silent.port() : cycling.port());
+            if (state == "paused")
+                link->updatePause(false);
+            w.show();
+            link->start();
+            if (state == "render") // cycles run: the link waits for this thread now and then
+                QTRY_VERIFY(cycling.cycles() > 5);
+            timer.start();
+            w.close();
+            delete link;
+        }
+        QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
+    }
+};
+
+ORLAVEX_GUI_TEST_MAIN(TestMainWindow)
+#include "tst_mainwindow.moc"

@@ -1,0 +1,158 @@
+// The link thread's registries, control path, pause flag and lifecycle,
+// with real widgets.
+#include <Orlavex/controls/ButtonGroup.h>
+#include <Orlavex/controls/InteractiveControlI.h>
+#include <Orlavex/controls/NumberField.h>
+#include <Orlavex/controls/PauseButton.h>
+#include <Orlavex/controls/RadioButton.h>
+#include <Orlavex/link/CommThread.h>
+#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/scene/Sphere.h>
+
+#include "CycleServer.h"
+#include "GuiTestMain.h"
+
+#include <QElapsedTimer>
+
+namespace {
+/// A receiving control that is neither a number field nor a radio button.
+class ReadOutStandIn : public InteractiveControlI {};
+
+using Entries = QVector<QPair<int, double>>;
+} // namespace
+
+class TestCommThread : public QObject {
+    Q_OBJECT
+private slots:
+    void pendingListFromControls() {
+        CommThread thread;
+        NumberField field;
+        field.setIndex(3);
+        RadioButton a, b;
+        a.setIndex(4);
+        b.setIndex(5);
+        ButtonGroup group;
+        group.addButton(&a);
+        group.addButton(&b);
+        thread.setInteractiveControls(&field);
+        thread.setInteractiveControls(&a);
+        thread.setInteractiveControls(&b);
+
+        field.setValue(0.25); // a value change alone sends nothing
+        QCOMPARE(thread.getPendingCount(), 0);
+        for (double v : {0.5, 0.75, 0.5}) {
+            field.setValue(v);
+            QTest::keyClick(&field, Qt::Key_Return);
+        }
+        a.setChecked(true);
+        b.setChecked(true); // exclusive: two signals, the loser first
+        const Entries expected{{3, 0.5}, {3, 0.75}, {3, 0.5}, {4, 1.0}, {4, 0.0}, {5, 1.0}};
+        QCOMPARE(thread.pendingEntries(), expected);
+        QCOMPARE(thread.getPendingCount(), 6);
+    }
+
+    void registration() {
+        CommThread thread;
+        NumberField field;
+        field.setIndex(7);
+        ReadOutStandIn readOut;
+        thread.setInteractiveControls(&field);
+        thread.setInteractiveControls(&field); // kept twice, connected twice
+        thread.setInteractiveControls(&readOut);
+        QCOMPARE(thread.interactiveControls.size(), 3);
+        QTest::keyClick(&field, Qt::Key_Enter);
+        QCOMPARE(thread.getPendingCount(), 2);
+
+        Sphere a, b;
+        thread.setSendingObjI(4, &a);
+        thread.setSendingObjI(4, &b);
+        thread.setSendingObjI(1, &a);
+        QCOMPARE(thread.sendingObjects.size(), 2);
+        QCOMPARE(thread.sendingObjects.value(4), static_cast<SendClass*>(&b));
+        QCOMPARE(thread.sendingObjects.firstKey(), 1);
+
+        thread.setDrawables(&a);
+        thread.setDrawables(&a);
+        QCOMPARE(thread.drawables.size(), 2);
+        thread.setDrawablesI(2, &a);
+        thread.setDrawablesI(2, &b);
+        QCOMPARE(thread.indexedDrawables.value(2), static_cast<Drawable*>(&b));
+    }
+
+    void buttonGroups() {
+        CommThread thread;
+        ButtonGroup first, second, other;
+        thread.addGroup("modes", &first);
+        thread.addGroup("other", &other);
+        thread.addGroup("modes", &second);
+        QCOMPARE(thread.isButtonGroup("modes"), &first);
+        QCOMPARE(thread.isButtonGroup("other"), &other);
+        QCOMPARE(thread.isButtonGroup("Modes"), static_cast<ButtonGroup*>(nullptr));
+        QCOMPARE(thread.isButtonGroup("never"), static_cast<ButtonGroup*>(nullptr));
+        QCOMPARE(thread.groupNames.size(), 3);
+    }
+
+    void flags() {
+        CommThread thread;
+        PauseButton button;
+        thread.setPauseButtons(&button);
+        QVERIFY(!thread.isPaused());
+        button.click(); // checked: run
+        QVERIFY(!thread.isPaused());
+        button.click(); // unchecked: pause
+        QVERIFY(thread.isPaused());
+        thread.updatePause(true);
+        QVERIFY(!thread.isPaused());
+        thread.stop();
+        QVERIFY(thread.isStopped());
+        thread.play();
+        QVERIFY(!thread.isStopped());
+        thread.setVerbose(true);
+        QVERIFY(thread.isVerbose());
+        QVERIFY(!thread.getSocket()->isVerbose()); // the socket keeps its own flag
+        thread.setServerAddress("local");
+        thread.setServerPort(70000);
+        QCOMPARE(thread.getSocket()->serverPort(), quint16(4464));
+        QCOMPARE(thread.getSocket()->serverAddress(), QHostAddress(QHostAddress::LocalHost));
+    }
+
+    // The destructor must end on its own in every state of the thread.
+    void destructionNeverHangs_data() {
+        QTest::addColumn<QString>("state");
+        QTest::newRow("never started") << "never started";
+        QTest::newRow("cycling, event loop never quit") << "cycling";
+        QTest::newRow("paused") << "paused";
+        QTest::newRow("waiting for a silent server") << "silent";
+        QTest::newRow("blocked on its render hand-over") << "render";
+    }
+    void destructionNeverHangs() {
+        QFETCH(QString, state);
+        CycleServer cycling([](int) { return QVector<QByteArray>{"1,#"}; }, 1000000, 3000);
+        ServerThread silent([](SimulationServer& s) { s.readRaw(1, 3000); }, 3000);
+        Sphere sphere;
+        QObject receiver;
+        QAtomicInt renders = 0;
+        auto* thread = new CommThread;
+        thread->setServerAddress("local");
+        thread->setServerPort(state == "silent" ? silent.port() : cycling.port());
+        thread->setSendingObjI(1, &sphere);
+        if (state == "render") // a receiver on this thread, as the main window is
+            connect(thread, &CommThread::dataUpdated, &receiver,
+                    [&] { renders.fetchAndAddOrdered(1); }, Qt::BlockingQueuedConnection);
+        if (state == "paused")
+            thread->updatePause(false);
+        if (state != "never started")
+            thread->start();
+        if (state == "cycling")
+            QTRY_VERIFY(cycling.cycles() > 3);
+        if (state == "render")
+            QTRY_VERIFY(renders.loadAcquire() > 2); // the next hand-over is then pending
+        QElapsedTimer timer;
+        timer.start();
+        delete thread;
+        QVERIFY2(timer.elapsed() < 2000, "the destructor must not wait on the link");
+    }
+};
+
+ORLAVEX_GUI_TEST_MAIN(TestCommThread)
+#include "tst_commthread.moc"

@@ -1,0 +1,29 @@
+#include "CycleServer.h"
+
+CycleServer::CycleServer(Records records, int maxCycles, int readTimeoutMs)
+    : m_records(std::move(records)), m_maxCycles(maxCycles),
+      m_thread(
+          [this](SimulationServer& s) {
+              QVector<SimulationServer::Entry> entries;
+              for (int c = 0; c < m_maxCycles; ++c) {
+                  if (!s.sendAck())
+                      return;
+                  const bool ok = s.readData(&entries);
+                  {
+                      std::lock_guard<std::mutex> guard(m_lock);
+                      m_messages.append(s.lastDataMessage());
+                  }
+                  if (!ok || !s.sendChalk(c))
+                      return;
+                  for (const QByteArray& r : m_records(c))
+                      if (!s.sendRaw(r) || !s.readClientAck())
+                          return;
+                  ++m_cycles;
+              }
+          },
+          readTimeoutMs) {}
+
+QVector<QByteArray> CycleServer::dataMessages() const {
+    std::lock_guard<std::mutex> guard(m_lock);
+    return m_messages;
+}
