@@ -28,22 +28,23 @@ Kind kindOf(QLayout* layout) {
 }
 
 // The three containers behind one face, so that rows of a test can pick one.
-std::unique_ptr<QWidget> makeContainer(const QString& type, const char* policy) {
-    if (type == QLatin1String("Panel")) {
-        auto panel = std::make_unique<Panel>();
-        if (policy)
-            panel->setLayoutPolicy(policy);
-        return panel;
-    }
-    if (type == QLatin1String("Dialog")) {
-        auto dialog = std::make_unique<Dialog>();
-        if (policy)
-            dialog->setLayoutPolicy(policy);
-        return dialog;
-    }
-    auto box = std::make_unique<GroupBox>();
-    box->setLayoutPolicy(policy ? policy : "HBox");
-    return box;
+// A new group box has no layout; the others start with a row.
+std::unique_ptr<QWidget> makeContainer(const QString& type) {
+    if (type == QLatin1String("Panel"))
+        return std::make_unique<Panel>();
+    if (type == QLatin1String("Dialog"))
+        return std::make_unique<Dialog>();
+    return std::make_unique<GroupBox>();
+}
+
+// Each container's own one-argument form.
+void setPolicy(QWidget* container, const char* policy) {
+    if (auto* panel = qobject_cast<Panel*>(container))
+        panel->setLayoutPolicy(policy);
+    else if (auto* dialog = qobject_cast<Dialog*>(container))
+        dialog->setLayoutPolicy(policy);
+    else
+        qobject_cast<GroupBox*>(container)->setLayoutPolicy(policy);
 }
 
 LayoutPolicy* policyOf(QWidget* container) {
@@ -74,7 +75,7 @@ private slots:
     }
     void metaObjectCast() {
         QFETCH(QString, type);
-        auto container = makeContainer(type, nullptr);
+        auto container = makeContainer(type);
         QObject* object = container.get();
         LayoutPolicy* policy = qobject_cast<LayoutPolicy*>(object);
         QVERIFY(policy);
@@ -92,7 +93,7 @@ private slots:
     }
     void newContainersUseARow() {
         QFETCH(QString, type);
-        auto container = makeContainer(type, nullptr);
+        auto container = makeContainer(type);
         LayoutPolicy* policy = policyOf(container.get());
         QCOMPARE(policy->policyName(), QStringLiteral("HBox"));
         QCOMPARE(kindOf(container->layout()), Kind::Row);
@@ -126,20 +127,8 @@ private slots:
         QFETCH(Kind, kind);
         const char* policy = isNull ? nullptr : name.constData();
         for (const char* type : {"Panel", "GroupBox", "Dialog"}) {
-            std::unique_ptr<QWidget> container;
-            if (qstrcmp(type, "Panel") == 0) {
-                auto p = std::make_unique<Panel>();
-                p->setLayoutPolicy(policy);
-                container = std::move(p);
-            } else if (qstrcmp(type, "Dialog") == 0) {
-                auto d = std::make_unique<Dialog>();
-                d->setLayoutPolicy(policy);
-                container = std::move(d);
-            } else {
-                auto g = std::make_unique<GroupBox>();
-                g->setLayoutPolicy(policy);
-                container = std::move(g);
-            }
+            auto container = makeContainer(QString::fromLatin1(type));
+            setPolicy(container.get(), policy);
             QVERIFY2(container->layout(), type);
             QCOMPARE(kindOf(container->layout()), kind);
             QCOMPARE(policyOf(container.get())->layout(), container->layout());
@@ -285,15 +274,6 @@ private slots:
         QVERIFY(!detached.layout());
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("no layout policy"));
         detached.addWidget(orphan.get());
-    }
-
-    void dialogDefaults() {
-        QWidget owner;
-        Dialog dialog(&owner);
-        QCOMPARE(dialog.parentWidget(), &owner);
-        QVERIFY(!dialog.isModal());
-        QCOMPARE(dialog.windowFlags() & Qt::WindowType_Mask, Qt::Dialog);
-        QVERIFY(dialog.getVarName()->isEmpty());
     }
 
     void dialogCloseRequests_data() {

@@ -72,13 +72,6 @@ private slots:
         QCOMPARE(readout.getLabel()->text(), QStringLiteral("2.0e+00"));
     }
 
-    void newReadoutIsUnnumbered() {
-        DisplayDouble readout;
-        QCOMPARE(readout.getIndex(), -1);
-        QCOMPARE(readout.getEnableInt(), -1);
-        QVERIFY(!readout.getLabel()->parent());
-    }
-
     void copiesShareLabelAndAffixes() {
         DisplayDouble original;
         original.setPrefix("a");
