@@ -4,9 +4,9 @@
 /// Brings in every public class of the Orlavex front-end library.
 
 #include <Orlavex/common/LogStream.h>
+#include <Orlavex/common/SceneLock.h>
 #include <Orlavex/common/SendClass.h>
 #include <Orlavex/link/SocketClass.h>
-#include <Orlavex/common/SceneLock.h>
 
 #include <Orlavex/scene/Drawable.h>
 #include <Orlavex/scene/DrawableI.h>
@@ -14,7 +14,16 @@
 
 #include <Orlavex/display/SurfaceFormat.h>
 
+#include <Orlavex/controls/Browser.h>
+#include <Orlavex/controls/ButtonGroup.h>
+#include <Orlavex/controls/CheckBox.h>
 #include <Orlavex/controls/Dialog.h>
+#include <Orlavex/controls/DisplayDouble.h>
 #include <Orlavex/controls/GroupBox.h>
+#include <Orlavex/controls/InteractiveControlI.h>
 #include <Orlavex/controls/LayoutPolicy.h>
+#include <Orlavex/controls/NumberField.h>
 #include <Orlavex/controls/Panel.h>
+#include <Orlavex/controls/PauseButton.h>
+#include <Orlavex/controls/RadioButton.h>
+#include <Orlavex/controls/Slider.h>

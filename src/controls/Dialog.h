@@ -15,6 +15,7 @@ public:
     ~Dialog() override;
 
     using LayoutPolicy::setLayoutPolicy;
+    using QDialog::layout;
     /// Deletes the present layout, then sets the new policy.
     void setLayoutPolicy(const char* policy);
 

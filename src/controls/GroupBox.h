@@ -14,6 +14,7 @@ public:
     ~GroupBox() override;
 
     using LayoutPolicy::setLayoutPolicy;
+    using QGroupBox::layout;
     /// Sets the policy. Called again, it replaces the layout as `Panel` does
     /// (Qt would refuse a second layout, and widgets added to it would never
     /// show), so the widgets already added must be added again.

@@ -5,7 +5,16 @@
 #include <QWidget>
 
 void LayoutPolicy::setLayoutPolicy(const char* policy, QWidget* widget) {
-    m_policyName = QString::fromUtf8(policy ? policy : "");
+    m_policyName = QString::fromUtf8(policy);
+    if (!widget) {
+        qWarning("LayoutPolicy::setLayoutPolicy: no widget given; no layout is created");
+        m_layout = nullptr;
+        return;
+    }
+    // Qt refuses a second layout on a widget: the refused one would have no
+    // owner, and the widgets added to it would never show. So the present
+    // layout goes, as the containers' own forms say.
+    delete widget->layout();
     if (m_policyName == QLatin1String("HBox"))
         m_layout = new QHBoxLayout;
     else if (m_policyName == QLatin1String("VBox"))
@@ -16,14 +25,13 @@ void LayoutPolicy::setLayoutPolicy(const char* policy, QWidget* widget) {
 }
 
 void LayoutPolicy::replaceLayoutPolicy(const char* policy, QWidget* widget) {
-    delete widget->layout();
     setLayoutPolicy(policy, widget);
 }
 
 bool LayoutPolicy::checkLayout() const {
     if (!m_layout)
         qWarning("LayoutPolicy::addWidget: no layout policy has been set; the widget is not added");
-    return m_layout != nullptr;
+    return !m_layout.isNull();
 }
 
 void LayoutPolicy::addWidget(QWidget* w) {

@@ -14,6 +14,7 @@ public:
     ~Panel() override;
 
     using LayoutPolicy::setLayoutPolicy;
+    using QWidget::layout;
     /// Deletes the present layout, then sets the new policy on the panel; the
     /// widgets it arranged must be added again.
     void setLayoutPolicy(const char* policy);

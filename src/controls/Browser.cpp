@@ -1,0 +1,31 @@
+#include "Browser.h"
+
+namespace {
+QUrl& clientStartPage() {
+    static QUrl page;
+    return page;
+}
+} // namespace
+
+Browser::Browser(QWidget* parent) : QWebEngineView(parent) {}
+
+Browser::~Browser() = default;
+
+void Browser::settingURL(const char* text) {
+    address = text ? text : "";
+    setUrl(startPage());
+    show();
+}
+
+void Browser::setStartPage(const QUrl& page) {
+    clientStartPage() = page;
+}
+
+QUrl Browser::startPage() {
+    const QUrl& page = clientStartPage();
+    return page.isEmpty() ? builtInStartPage() : page;
+}
+
+QUrl Browser::builtInStartPage() {
+    return QUrl(QStringLiteral("qrc:/orlavex/controls/StartPage.html"), QUrl::TolerantMode);
+}

@@ -1,0 +1,5 @@
+#include "ButtonGroup.h"
+
+ButtonGroup::ButtonGroup(QObject* parent) : QButtonGroup(parent) {}
+
+ButtonGroup::~ButtonGroup() = default;
