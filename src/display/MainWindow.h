@@ -49,6 +49,7 @@ public:
     CommThread* commThread;
 
     using LayoutPolicy::setLayoutPolicy;
+    using QMainWindow::layout; // the window's own; the central widget's is LayoutPolicy::layout()
     /// Deletes the central widget's layout, if any, then builds the new one on it.
     void setLayoutPolicy(const char* policy);
     /// Delay of the first render pass in milliseconds (truncated toward zero);
