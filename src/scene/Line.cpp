@@ -35,6 +35,16 @@ Line::Line(const Line& other) = default;
 Line& Line::operator=(const Line& other) = default;
 Line::~Line() = default;
 
+vtkPoints* Line::getPoints() const {
+    return points;
+}
+vtkPolyData* Line::getPolyData() const {
+    return polyData;
+}
+vtkPolyDataMapper* Line::getMapper() const {
+    return mapper;
+}
+
 void Line::setPoints(float* pts) {
     if (!pts)
         return;

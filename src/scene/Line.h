@@ -35,9 +35,9 @@ public:
     void setPoints(float* pts);
 
     int getNumberPoints() const { return numberPoints; }
-    vtkPoints* getPoints() const { return points; }
-    vtkPolyData* getPolyData() const { return polyData; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkPoints* getPoints() const;
+    vtkPolyData* getPolyData() const;
+    vtkPolyDataMapper* getMapper() const;
 
 private:
     void rebuildCell();
