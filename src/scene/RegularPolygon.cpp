@@ -8,6 +8,7 @@
 
 RegularPolygon::RegularPolygon()
     : source(vtkRegularPolygonSource::New()), mapper(vtkPolyDataMapper::New()) {
+    // The recording field starts at the source's default, read back from it.
     source->GetCenter(center);
     actor->SetMapper(mapper);
     mapper->SetInputConnection(source->GetOutputPort(0));
