@@ -12,6 +12,18 @@
 #include <Orlavex/scene/DrawableI.h>
 #include <Orlavex/scene/DrawableSource.h>
 
+#include <Orlavex/scene/Arrow.h>
+#include <Orlavex/scene/Cone.h>
+#include <Orlavex/scene/Cube.h>
+#include <Orlavex/scene/Cylinder.h>
+#include <Orlavex/scene/DiskSource.h>
+#include <Orlavex/scene/HalfPipe.h>
+#include <Orlavex/scene/Line.h>
+#include <Orlavex/scene/Plane.h>
+#include <Orlavex/scene/PolygonC.h>
+#include <Orlavex/scene/RegularPolygon.h>
+#include <Orlavex/scene/Sphere.h>
+
 #include <Orlavex/display/SurfaceFormat.h>
 
 #include <Orlavex/controls/Browser.h>

@@ -21,9 +21,5 @@ DrawableI::~DrawableI() {
 }
 
 void DrawableI::setRenderer(vtkRenderer* r) {
-    if (r)
-        r->Register(nullptr);
-    if (renderer)
-        renderer->Delete();
-    renderer = r;
+    shareReference(renderer, r);
 }

@@ -24,5 +24,16 @@ public:
     virtual void paint() = 0;
 
 protected:
+    /// Makes `held` point at `other`'s VTK object, taking a reference to the
+    /// new one before releasing the old one, so that assigning an object the
+    /// VTK object it already holds keeps it alive. Either may be null.
+    template <class T> static void shareReference(T*& held, T* other) {
+        if (other)
+            other->Register(nullptr);
+        if (held)
+            held->Delete();
+        held = other;
+    }
+
     vtkRenderer* renderer = nullptr;
 };

@@ -36,12 +36,10 @@ DrawableSource::~DrawableSource() {
 }
 
 void DrawableSource::adopt(vtkActor* newActor, vtkProperty* newProperty) {
-    newActor->Register(nullptr);
-    newProperty->Register(nullptr);
-    actor->Delete();
-    property->Delete();
-    actor = newActor;
-    property = newProperty;
+    if (newActor)
+        shareReference(actor, newActor);
+    if (newProperty)
+        shareReference(property, newProperty);
 }
 
 void DrawableSource::paint() {
@@ -49,22 +47,42 @@ void DrawableSource::paint() {
         renderer->AddActor(actor);
 }
 
-void DrawableSource::setColor(double r, double g, double b) { property->SetColor(r, g, b); }
-void DrawableSource::setDiffuse(double d) { property->SetDiffuse(d); }
-void DrawableSource::setSpecular(double s) { property->SetSpecular(s); }
-void DrawableSource::setSpecularPower(double p) { property->SetSpecularPower(p); }
-void DrawableSource::setOpacity(double o) { property->SetOpacity(o); }
-void DrawableSource::setEdgeVisibility(double v) { property->SetEdgeVisibility(v > 0.5 ? 1 : 0); }
-void DrawableSource::setEdgeColor(double r, double g, double b) { property->SetEdgeColor(r, g, b); }
+void DrawableSource::setColor(double r, double g, double b) {
+    property->SetColor(r, g, b);
+}
+void DrawableSource::setDiffuse(double d) {
+    property->SetDiffuse(d);
+}
+void DrawableSource::setSpecular(double s) {
+    property->SetSpecular(s);
+}
+void DrawableSource::setSpecularPower(double p) {
+    property->SetSpecularPower(p);
+}
+void DrawableSource::setOpacity(double o) {
+    property->SetOpacity(o);
+}
+void DrawableSource::setEdgeVisibility(double v) {
+    property->SetEdgeVisibility(v > 0.5 ? 1 : 0);
+}
+void DrawableSource::setEdgeColor(double r, double g, double b) {
+    property->SetEdgeColor(r, g, b);
+}
 
 void DrawableSource::SetLineWidth(int w) {
     property->SetLineWidth(float(w));
     property->Modified();
 }
 
-void DrawableSource::setRepresentationToWireframe() { property->SetRepresentationToWireframe(); }
-void DrawableSource::setPosition(double x, double y, double z) { actor->SetPosition(x, y, z); }
-void DrawableSource::setOrigin(double x, double y, double z) { actor->SetOrigin(x, y, z); }
+void DrawableSource::setRepresentationToWireframe() {
+    property->SetRepresentationToWireframe();
+}
+void DrawableSource::setPosition(double x, double y, double z) {
+    actor->SetPosition(x, y, z);
+}
+void DrawableSource::setOrigin(double x, double y, double z) {
+    actor->SetOrigin(x, y, z);
+}
 
 void DrawableSource::setScale(double s) {
     scaleX = scaleY = scaleZ = s;

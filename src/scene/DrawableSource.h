@@ -47,6 +47,8 @@ public:
     vtkActor* getActor() const { return actor; }
     vtkProperty* getProperty() const { return property; }
     /// The angles and factors last given to the rotate and scale setters.
+    /// Before the first call the angles read 0 and the factors 1, the actor's
+    /// own initial state.
     double getRotationX() const { return rotationX; }
     double getRotationY() const { return rotationY; }
     double getRotationZ() const { return rotationZ; }
@@ -56,7 +58,8 @@ public:
 
 protected:
     /// Replaces the actor and property (each reference released), as a model
-    /// importer does when it adopts the actor of its file.
+    /// importer does when it adopts the actor of its file. A null argument
+    /// keeps the object held, so the setters never meet a null actor.
     void adopt(vtkActor* newActor, vtkProperty* newProperty);
 
     vtkActor* actor = nullptr;

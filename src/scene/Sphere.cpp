@@ -1,0 +1,100 @@
+#include <Orlavex/scene/Sphere.h>
+
+#include <algorithm>
+
+#include <vtkActor.h>
+#include <vtkPolyDataMapper.h>
+#include <vtkSphereSource.h>
+
+Sphere::Sphere() : source(vtkSphereSource::New()), mapper(vtkPolyDataMapper::New()) {
+    // No shape parameter is set, so the sphere starts as the source's default;
+    // the recording fields read that default back so they never hold garbage.
+    source->GetCenter(center);
+    radius = source->GetRadius();
+    thetaResolution = source->GetThetaResolution();
+    startTheta = source->GetStartTheta();
+    endTheta = source->GetEndTheta();
+    phiResolution = source->GetPhiResolution();
+    startPhi = source->GetStartPhi();
+    endPhi = source->GetEndPhi();
+    actor->SetMapper(mapper);
+    mapper->SetInputConnection(source->GetOutputPort(0));
+}
+
+Sphere::Sphere(const Sphere& other)
+    : DrawableSource(other), source(other.source), radius(other.radius),
+      thetaResolution(other.thetaResolution), startTheta(other.startTheta),
+      endTheta(other.endTheta), phiResolution(other.phiResolution), startPhi(other.startPhi),
+      endPhi(other.endPhi), mapper(other.mapper) {
+    std::copy(other.center, other.center + 3, center);
+    source->Register(nullptr);
+    mapper->Register(nullptr);
+}
+
+Sphere& Sphere::operator=(const Sphere& other) {
+    if (this != &other) {
+        DrawableSource::operator=(other);
+        shareReference(source, other.source);
+        std::copy(other.center, other.center + 3, center);
+        radius = other.radius;
+        thetaResolution = other.thetaResolution;
+        startTheta = other.startTheta;
+        endTheta = other.endTheta;
+        phiResolution = other.phiResolution;
+        startPhi = other.startPhi;
+        endPhi = other.endPhi;
+        shareReference(mapper, other.mapper);
+    }
+    return *this;
+}
+
+Sphere::~Sphere() {
+    source->Delete();
+    mapper->Delete();
+}
+
+void Sphere::setRadius(double r) {
+    radius = r;
+    source->SetRadius(r);
+}
+
+void Sphere::setCenter(double x, double y, double z) {
+    center[0] = x;
+    center[1] = y;
+    center[2] = z;
+    source->SetCenter(center);
+}
+
+void Sphere::setThetaResolution(int n) {
+    thetaResolution = n;
+    source->SetThetaResolution(n);
+}
+
+void Sphere::setPhiResolution(int n) {
+    phiResolution = n;
+    source->SetPhiResolution(n);
+}
+
+void Sphere::setStartTheta(double a) {
+    startTheta = a;
+    source->SetStartTheta(a);
+}
+
+void Sphere::setEndTheta(double a) {
+    endTheta = a;
+    source->SetEndTheta(a);
+}
+
+void Sphere::setStartPhi(double a) {
+    startPhi = a;
+    source->SetStartPhi(a);
+}
+
+void Sphere::setEndPhi(double a) {
+    endPhi = a;
+    source->SetEndPhi(a);
+}
+
+void Sphere::latLongTessellationOn() {
+    source->LatLongTessellationOn();
+}
