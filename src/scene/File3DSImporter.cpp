@@ -103,7 +103,9 @@ private:
     }
 
     // The zero-terminated string at `at`, already checked by `string`.
-    QByteArray text(qint64 at) const { return QByteArray(reinterpret_cast<const char*>(m_data + at)); }
+    QByteArray text(qint64 at) const {
+        return QByteArray(reinterpret_cast<const char*>(m_data + at));
+    }
 
     bool children(qint64 at, qint64 end, int depth) {
         if (depth > MaxDepth)
@@ -256,7 +258,9 @@ QString lastLine(const std::string& vtkMessage) {
 }
 } // namespace
 
-File3DSImporter::File3DSImporter(const char* fileName) { import(fileName); }
+File3DSImporter::File3DSImporter(const char* fileName) {
+    import(fileName);
+}
 
 File3DSImporter::File3DSImporter(const File3DSImporter& other)
     : DrawableSource(other), importer(other.importer), actors(other.actors) {
@@ -290,7 +294,9 @@ File3DSImporter::~File3DSImporter() {
         importer->Delete();
 }
 
-void File3DSImporter::setFileName(const char* fileName) { import(fileName); }
+void File3DSImporter::setFileName(const char* fileName) {
+    import(fileName);
+}
 
 void File3DSImporter::import(const char* fileName) {
     // Every read gets a fresh importer: VTK's 3DS importer keeps the meshes
@@ -339,8 +345,8 @@ void File3DSImporter::import(const char* fileName) {
         if (last) {
             adopt(last, last->GetProperty());
             if (!firstMessage.empty())
-                qWarning().noquote() << "File3DSImporter:" << name << "read with problems:"
-                                     << lastLine(firstMessage);
+                qWarning().noquote() << "File3DSImporter:" << name
+                                     << "read with problems:" << lastLine(firstMessage);
             return;
         }
         problem = firstMessage.empty() ? QStringLiteral("the file holds no mesh")

@@ -19,7 +19,9 @@
 namespace {
 QStringList g_messages;
 
-void collect(QtMsgType, const QMessageLogContext&, const QString& text) { g_messages << text; }
+void collect(QtMsgType, const QMessageLogContext&, const QString& text) {
+    g_messages << text;
+}
 
 // Counts the Qt debug-stream lines written while it lives.
 struct MessageCounter {

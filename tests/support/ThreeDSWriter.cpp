@@ -128,8 +128,8 @@ ThreeDSWriter::Mesh ThreeDSWriter::fan(const std::string& name, int count, float
     m.vertices.push_back({x, y, 0.0f});
     for (int i = 1; i < count; ++i) {
         const double a = 2.0 * M_PI * (i - 1) / std::max(count - 2, 1);
-        m.vertices.push_back({float(x + radius * std::cos(a)), float(y + radius * std::sin(a)),
-                              0.0f});
+        m.vertices.push_back(
+            {float(x + radius * std::cos(a)), float(y + radius * std::sin(a)), 0.0f});
     }
     for (int i = 1; i + 1 < count; ++i)
         m.faces.push_back({0, std::uint16_t(i), std::uint16_t(i + 1)});
