@@ -1,0 +1,419 @@
+#include "PlanarGrid.h"
+
+#include <QtDebug>
+
+#include <vtkActor.h>
+#include <vtkArrowSource.h>
+#include <vtkCellData.h>
+#include <vtkDataSetMapper.h>
+#include <vtkFloatArray.h>
+#include <vtkGlyph3D.h>
+#include <vtkLookupTable.h>
+#include <vtkPointData.h>
+#include <vtkPoints.h>
+#include <vtkPolyData.h>
+#include <vtkPolyDataMapper.h>
+#include <vtkRectilinearGrid.h>
+#include <vtkRenderer.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+// Cells along one axis as counted for the value arrays: 0 or 1 cells count as one.
+long long cellFactor(int n) {
+    return n > 1 ? n : 1;
+}
+
+// Number of glyph rows along one axis: one per interior grid line, at least one.
+int glyphRows(int n) {
+    return std::max(n - 1, 1);
+}
+
+// A negative count would give VTK an inverted extent; it is read as an empty axis.
+int gridDimension(int lines) {
+    return std::max(lines, 0);
+}
+
+template <typename T> void share(T*& mine, T* theirs) {
+    if (theirs)
+        theirs->Register(nullptr);
+    if (mine)
+        mine->Delete();
+    mine = theirs;
+}
+
+template <typename T> void take(T* object) {
+    if (object)
+        object->Register(nullptr);
+}
+
+template <typename T> void release(T*& object) {
+    if (object)
+        object->Delete();
+    object = nullptr;
+}
+} // namespace
+
+PlanarGrid::PlanarGrid(float x0, float y0, float z0, float lengthx, float lengthy, float lengthz,
+                       int nx, int ny, int nz, float* cellColors, float* vectorMagnitude,
+                       float hueMin, float hueMax, float saturationMin, float saturationMax,
+                       float valueMin, float valueMax, float alphaMin, float alphaMax,
+                       float rangeMin, float rangeMax, int scale, int ramp, int displayVectors)
+    : lengthx(lengthx), lengthy(lengthy), lengthz(lengthz), x0(x0), y0(y0), z0(z0), nx(nx), ny(ny),
+      nz(nz) {
+    cellNumber = int(cellFactor(nx) * cellFactor(ny) * cellFactor(nz));
+    this->cellColors.assign(cellColors, cellColors + cellNumber);
+    this->vectorMagnitude.assign(vectorMagnitude, vectorMagnitude + cellNumber);
+
+    xCoordinates = vtkFloatArray::New();
+    yCoordinates = vtkFloatArray::New();
+    zCoordinates = vtkFloatArray::New();
+    grid = vtkRectilinearGrid::New();
+    scalars = vtkFloatArray::New();
+    magnitudes = vtkFloatArray::New();
+    vectors = vtkFloatArray::New();
+    cellLUT = vtkLookupTable::New();
+    vectorLUT = vtkLookupTable::New();
+    mapper = vtkDataSetMapper::New();
+    glyph = vtkGlyph3D::New();
+    glyphMapper = vtkPolyDataMapper::New();
+    glyphActor = vtkActor::New();
+    arrow = vtkArrowSource::New();
+    glyphInput = vtkPolyData::New();
+    glyphPoints = vtkPoints::New();
+
+    this->displayVectors = displayVectors;
+
+    if (displayVectors) {
+        vectors->SetName("vectors");
+        vectors->SetNumberOfComponents(3);
+        vectors->SetNumberOfTuples(cellNumber);
+        for (int i = 0; i < cellNumber; ++i)
+            vectors->SetTuple3(i, 1.0, 0.0, 0.0);
+        vectors->Modified();
+        // setVectorMagnitude writes by index, so the array needs its length first.
+        magnitudes->SetNumberOfValues(cellNumber);
+    }
+
+    actor->SetMapper(mapper);
+    actor->Modified();
+    setEdgeVisibility(1.0);
+
+    dx = nx > 0 ? lengthx / float(nx) : 0.0f;
+    dy = ny > 0 ? lengthy / float(ny) : 0.0f;
+    dz = nz > 0 ? lengthz / float(nz) : 0.0f;
+    fillCoordinates(xCoordinates, nx + 1, dx, x0);
+    fillCoordinates(yCoordinates, ny + 1, dy, y0);
+    fillCoordinates(zCoordinates, nz + 1, dz, z0);
+
+    grid->SetDimensions(gridDimension(nx + 1), gridDimension(ny + 1), gridDimension(nz + 1));
+    grid->SetXCoordinates(xCoordinates);
+    grid->SetYCoordinates(yCoordinates);
+    grid->SetZCoordinates(zCoordinates);
+
+    scalars->SetName("scalars");
+    scalars->SetNumberOfValues(cellNumber);
+    for (int i = 0; i < cellNumber; ++i)
+        scalars->SetValue(i, this->cellColors[std::size_t(i)]);
+    grid->GetCellData()->SetScalars(scalars);
+
+    setVectorMagnitude(this->vectorMagnitude.data());
+
+    setCellLUT(hueMin, hueMax, saturationMin, saturationMax, valueMin, valueMax, alphaMin, alphaMax,
+               rangeMin, rangeMax, scale, ramp);
+
+    mapper->SetLookupTable(cellLUT);
+    mapper->ScalarVisibilityOn();
+    mapper->SetUseLookupTableScalarRange(1);
+    mapper->SetColorModeToMapScalars();
+    mapper->SetScalarModeToUseCellData();
+    mapper->SetInputData(grid);
+
+    if (displayVectors) {
+        buildGlyphPoints();
+        glyphInput->SetPoints(glyphPoints);
+        glyphInput->GetPointData()->SetScalars(magnitudes);
+        glyphInput->GetPointData()->SetVectors(vectors);
+
+        glyph->SetInputData(glyphInput);
+        glyph->SetSourceConnection(0, arrow->GetOutputPort(0));
+        glyph->SetVectorModeToUseVector();
+        glyph->SetScaleModeToScaleByScalar();
+        glyph->SetScaleFactor(double(scaleVector));
+
+        glyphMapper->SetLookupTable(vectorLUT);
+        glyphMapper->SetScalarRange(0.0, 1.0);
+        glyphMapper->SetColorModeToMapScalars();
+        glyphMapper->SetScalarModeToUsePointData();
+        glyphMapper->SetInputConnection(glyph->GetOutputPort(0));
+
+        glyphActor->SetMapper(glyphMapper);
+    }
+}
+
+PlanarGrid::PlanarGrid(const PlanarGrid& other)
+    : DrawableSource(other), lengthx(other.lengthx), lengthy(other.lengthy), lengthz(other.lengthz),
+      x0(other.x0), y0(other.y0), z0(other.z0), nx(other.nx), ny(other.ny), nz(other.nz),
+      cellNumber(other.cellNumber), dx(other.dx), dy(other.dy), dz(other.dz),
+      cellColors(other.cellColors), vectorMagnitude(other.vectorMagnitude), grid(other.grid),
+      cellLUT(other.cellLUT), vectorLUT(other.vectorLUT), scalars(other.scalars),
+      magnitudes(other.magnitudes), vectors(other.vectors), xCoordinates(other.xCoordinates),
+      yCoordinates(other.yCoordinates), zCoordinates(other.zCoordinates), mapper(other.mapper),
+      glyph(other.glyph), glyphMapper(other.glyphMapper), glyphActor(other.glyphActor),
+      arrow(other.arrow), glyphInput(other.glyphInput), glyphPoints(other.glyphPoints),
+      displayVectors(other.displayVectors), scaleVector(other.scaleVector) {
+    std::copy(other.cellPoints, other.cellPoints + 3, cellPoints);
+    takeReferences();
+}
+
+PlanarGrid& PlanarGrid::operator=(const PlanarGrid& other) {
+    if (this == &other)
+        return *this;
+    DrawableSource::operator=(other);
+    lengthx = other.lengthx;
+    lengthy = other.lengthy;
+    lengthz = other.lengthz;
+    x0 = other.x0;
+    y0 = other.y0;
+    z0 = other.z0;
+    nx = other.nx;
+    ny = other.ny;
+    nz = other.nz;
+    cellNumber = other.cellNumber;
+    dx = other.dx;
+    dy = other.dy;
+    dz = other.dz;
+    cellColors = other.cellColors;
+    vectorMagnitude = other.vectorMagnitude;
+    share(grid, other.grid);
+    share(cellLUT, other.cellLUT);
+    share(vectorLUT, other.vectorLUT);
+    share(scalars, other.scalars);
+    share(magnitudes, other.magnitudes);
+    share(vectors, other.vectors);
+    share(xCoordinates, other.xCoordinates);
+    share(yCoordinates, other.yCoordinates);
+    share(zCoordinates, other.zCoordinates);
+    share(mapper, other.mapper);
+    share(glyph, other.glyph);
+    share(glyphMapper, other.glyphMapper);
+    share(glyphActor, other.glyphActor);
+    share(arrow, other.arrow);
+    share(glyphInput, other.glyphInput);
+    share(glyphPoints, other.glyphPoints);
+    displayVectors = other.displayVectors;
+    std::copy(other.cellPoints, other.cellPoints + 3, cellPoints);
+    scaleVector = other.scaleVector;
+    return *this;
+}
+
+PlanarGrid::~PlanarGrid() {
+    releaseReferences();
+}
+
+void PlanarGrid::takeReferences() {
+    take(grid);
+    take(cellLUT);
+    take(vectorLUT);
+    take(scalars);
+    take(magnitudes);
+    take(vectors);
+    take(xCoordinates);
+    take(yCoordinates);
+    take(zCoordinates);
+    take(mapper);
+    take(glyph);
+    take(glyphMapper);
+    take(glyphActor);
+    take(arrow);
+    take(glyphInput);
+    take(glyphPoints);
+}
+
+void PlanarGrid::releaseReferences() {
+    // Consumers before what they consume, so no object outlives its last user
+    // only because of the order of these calls.
+    release(glyphActor);
+    release(glyphMapper);
+    release(glyph);
+    release(arrow);
+    release(glyphInput);
+    release(glyphPoints);
+    release(mapper);
+    release(grid);
+    release(cellLUT);
+    release(vectorLUT);
+    release(scalars);
+    release(magnitudes);
+    release(vectors);
+    release(xCoordinates);
+    release(yCoordinates);
+    release(zCoordinates);
+}
+
+void PlanarGrid::paint() {
+    if (!renderer)
+        return;
+    renderer->AddActor(actor);
+    if (displayVectors)
+        renderer->AddActor(glyphActor);
+}
+
+void PlanarGrid::setCellColors(std::vector<float> colors) {
+    try {
+        for (int i = 0; i < cellNumber; ++i)
+            scalars->SetValue(i, colors.at(std::size_t(i)));
+    } catch (...) {
+        // The values before the gap are stored; let them show even though
+        // the caller is told that the vector was short.
+        scalars->Modified();
+        throw;
+    }
+    scalars->Modified();
+}
+
+void PlanarGrid::configureLut(vtkLookupTable* lut, float hueMin, float hueMax, float saturationMin,
+                              float saturationMax, float valueMin, float valueMax, float alphaMin,
+                              float alphaMax, float rangeMin, float rangeMax, int scale, int ramp) {
+    lut->SetHueRange(double(hueMin), double(hueMax));
+    lut->SetSaturationRange(double(saturationMin), double(saturationMax));
+    lut->SetValueRange(double(valueMin), double(valueMax));
+    lut->SetAlphaRange(double(alphaMin), double(alphaMax));
+    lut->SetRange(double(rangeMin), double(rangeMax));
+    if (ramp == 1)
+        lut->SetRampToLinear();
+    else
+        lut->SetRampToSCurve();
+    lut->SetScale(scale == 1 ? VTK_SCALE_LINEAR : VTK_SCALE_LOG10);
+    lut->Build();
+}
+
+void PlanarGrid::setCellLUT(float hueMin, float hueMax, float saturationMin, float saturationMax,
+                            float valueMin, float valueMax, float alphaMin, float alphaMax,
+                            float rangeMin, float rangeMax, int scale, int ramp) {
+    configureLut(cellLUT, hueMin, hueMax, saturationMin, saturationMax, valueMin, valueMax,
+                 alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
+}
+
+void PlanarGrid::setVectorLUT(float hueMin, float hueMax, float saturationMin, float saturationMax,
+                              float valueMin, float valueMax, float alphaMin, float alphaMax,
+                              float rangeMin, float rangeMax, int scale, int ramp) {
+    configureLut(vectorLUT, hueMin, hueMax, saturationMin, saturationMax, valueMin, valueMax,
+                 alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
+}
+
+void PlanarGrid::setVectorMagnitude(float* m) {
+    if (!displayVectors)
+        return;
+    // The constructor hands in the stored array itself, hence memmove.
+    std::memmove(vectorMagnitude.data(), m, std::size_t(cellNumber) * sizeof(float));
+    magnitudes->SetName("magnitude");
+    for (int i = 0; i < cellNumber; ++i)
+        magnitudes->SetValue(i, vectorMagnitude[std::size_t(i)]);
+    magnitudes->Modified();
+}
+
+void PlanarGrid::setVectors(float* v) {
+    if (!displayVectors)
+        return;
+    for (int i = 0; i < cellNumber; ++i)
+        vectors->SetTuple3(i, double(v[3 * i]), double(v[3 * i + 1]), double(v[3 * i + 2]));
+    vectors->Modified();
+}
+
+void PlanarGrid::setScaleVector(float s) {
+    if (!displayVectors)
+        return;
+    scaleVector = s;
+    glyph->SetScaleFactor(double(s));
+}
+
+void PlanarGrid::setCellPoints(float fx, float fy, float fz) {
+    cellPoints[0] = fx;
+    cellPoints[1] = fy;
+    cellPoints[2] = fz;
+}
+
+void PlanarGrid::setx0y0z0(float x0, float y0, float z0) {
+    this->x0 = x0;
+    this->y0 = y0;
+    this->z0 = z0;
+}
+
+void PlanarGrid::fillCoordinates(vtkFloatArray* coordinates, int count, float spacing,
+                                 float origin) {
+    count = std::max(count, 0);
+    coordinates->SetNumberOfValues(count);
+    for (int i = 0; i < count; ++i)
+        coordinates->SetValue(i, float(i) * spacing + origin);
+    coordinates->Modified();
+}
+
+void PlanarGrid::setLengthx(float L) {
+    lengthx = L;
+    dx = nx > 0 ? L / float(nx) : 0.0f;
+    fillCoordinates(xCoordinates, nx + 1, dx, x0);
+    if (displayVectors)
+        buildGlyphPoints();
+}
+
+void PlanarGrid::setLengthy(float L) {
+    lengthy = L;
+    dy = ny > 0 ? L / float(ny) : 0.0f;
+    fillCoordinates(yCoordinates, ny + 1, dy, y0);
+    if (displayVectors)
+        buildGlyphPoints();
+}
+
+void PlanarGrid::setLengthz(float L) {
+    lengthz = L;
+    dz = nz > 0 ? L / float(nz) : 0.0f;
+    fillCoordinates(zCoordinates, nz + 1, dz, z0);
+    if (displayVectors)
+        buildGlyphPoints();
+}
+
+void PlanarGrid::setDimensions(int nx, int ny, int nz) {
+    // The value arrays keep the length fixed at construction; more cells (or
+    // glyph positions, which are as many) would make VTK read past their end.
+    const long long cells = (long long)glyphRows(nx) * glyphRows(ny) * glyphRows(nz);
+    if (cells > cellNumber) {
+        qWarning().nospace() << "PlanarGrid::setDimensions(" << nx << ", " << ny << ", " << nz
+                             << ") refused: " << cells << " cells exceed the " << cellNumber
+                             << " values per array fixed at construction";
+        return;
+    }
+    this->nx = nx;
+    this->ny = ny;
+    this->nz = nz;
+    dx = nx > 1 ? lengthx / float(nx - 1) : 0.0f;
+    dy = ny > 1 ? lengthy / float(ny - 1) : 0.0f;
+    dz = nz > 1 ? lengthz / float(nz - 1) : 0.0f;
+    fillCoordinates(xCoordinates, nx, dx, x0);
+    fillCoordinates(yCoordinates, ny, dy, y0);
+    fillCoordinates(zCoordinates, nz, dz, z0);
+    grid->SetDimensions(gridDimension(nx), gridDimension(ny), gridDimension(nz));
+    grid->SetXCoordinates(xCoordinates);
+    grid->SetYCoordinates(yCoordinates);
+    grid->SetZCoordinates(zCoordinates);
+    if (displayVectors)
+        buildGlyphPoints();
+}
+
+void PlanarGrid::buildGlyphPoints() {
+    const int mx = glyphRows(nx), my = glyphRows(ny), mz = glyphRows(nz);
+    vtkIdType id = 0;
+    // Points are written over the existing ones from id 0; a smaller block
+    // leaves the earlier points beyond it in place (and the arrays that the
+    // glyph filter reads are never shorter than the list).
+    for (int i = 0; i < mx; ++i)
+        for (int j = 0; j < my; ++j)
+            for (int k = 0; k < mz; ++k) {
+                const float px = (float(i) + cellPoints[0]) * dx + x0;
+                const float py = (float(j) + cellPoints[1]) * dy + y0;
+                const float pz = (float(k) + cellPoints[2]) * dz + z0;
+                glyphPoints->InsertPoint(id++, double(px), double(py), double(pz));
+            }
+    glyphPoints->Modified();
+}

@@ -1,0 +1,72 @@
+#include "VectorText.h"
+
+#include <vtkActor.h>
+#include <vtkPolyDataMapper.h>
+#include <vtkVectorText.h>
+
+#include <charconv>
+
+VectorText::VectorText() : source(vtkVectorText::New()), mapper(vtkPolyDataMapper::New()) {
+    actor->SetMapper(mapper);
+    mapper->SetInputConnection(source->GetOutputPort(0));
+}
+
+VectorText::VectorText(const VectorText& other)
+    : DrawableSource(other), source(other.source), mapper(other.mapper), initText(other.initText),
+      finalText(other.finalText), interactiveValue(other.interactiveValue) {
+    source->Register(nullptr);
+    mapper->Register(nullptr);
+}
+
+VectorText& VectorText::operator=(const VectorText& other) {
+    if (this == &other)
+        return *this;
+    DrawableSource::operator=(other);
+    other.source->Register(nullptr);
+    other.mapper->Register(nullptr);
+    source->Delete();
+    mapper->Delete();
+    source = other.source;
+    mapper = other.mapper;
+    initText = other.initText;
+    finalText = other.finalText;
+    interactiveValue = other.interactiveValue;
+    return *this;
+}
+
+VectorText::~VectorText() {
+    source->Delete();
+    mapper->Delete();
+}
+
+// A null text is read as an empty one: vtkVectorText reports an error for
+// every update while it has no text at all.
+void VectorText::setText(const char* s) {
+    source->SetText(s ? s : "");
+}
+
+void VectorText::setText(double v) {
+    source->SetText((initText + formatNumber(v) + finalText).c_str());
+}
+
+void VectorText::setInitText(const char* s) {
+    initText = s ? s : "";
+}
+
+void VectorText::setFinalText(const char* s) {
+    if (s)
+        finalText += s;
+}
+
+std::string VectorText::formatNumber(double v) {
+    // std::to_chars ignores the process locale (printf would write a comma
+    // under a German one) and rounds the exact binary value to the nearer
+    // hundredth, as glibc's "%.2f" does. The largest double needs 309 digits
+    // before the point.
+    char buffer[400];
+    const auto result =
+        std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::fixed, 2);
+    if (result.ec != std::errc())
+        return std::string();
+    return std::string(buffer, result.ptr);
+}

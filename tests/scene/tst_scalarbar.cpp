@@ -1,0 +1,158 @@
+// ScalarBar: its colour table, the legend's layout and its painting.
+#include <Orlavex/scene/ScalarBar.h>
+
+#include <QtTest>
+
+#include <vtkActor2DCollection.h>
+#include <vtkCoordinate.h>
+#include <vtkLookupTable.h>
+#include <vtkRenderer.h>
+#include <vtkScalarBarActor.h>
+#include <vtkSmartPointer.h>
+#include <vtkTextProperty.h>
+
+namespace {
+bool nearColour(vtkLookupTable* lut, double value, double r, double g, double b) {
+    double c[3];
+    lut->GetColor(value, c);
+    return qAbs(c[0] - r) < 0.02 && qAbs(c[1] - g) < 0.02 && qAbs(c[2] - b) < 0.02;
+}
+} // namespace
+
+class TestScalarBar : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initialValues() {
+        ScalarBar bar;
+        QCOMPARE(bar.getHueMin(), 0.667f);
+        QCOMPARE(bar.getHueMax(), 0.0f);
+        QCOMPARE(bar.getRangeMin(), 0.0f);
+        QCOMPARE(bar.getRangeMax(), 40.0f);
+        QCOMPARE(bar.getRamp(), 1);
+        QCOMPARE(bar.getScale(), 0);
+        QCOMPARE(bar.getInteractivelyColored(), 0);
+        QVERIFY(!bar.getRenderer());
+    }
+
+    void lut_data() {
+        QTest::addColumn<int>("scale");
+        QTest::addColumn<int>("ramp");
+        QTest::addColumn<int>("vtkScale");
+        QTest::addColumn<int>("vtkRamp");
+        QTest::newRow("linear") << 1 << 1 << VTK_SCALE_LINEAR << VTK_RAMP_LINEAR;
+        QTest::newRow("scale 0 logarithmic") << 0 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR;
+        QTest::newRow("scale 2 logarithmic") << 2 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR;
+        QTest::newRow("ramp 0 S-curve") << 1 << 0 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE;
+        QTest::newRow("ramp 2 S-curve") << 1 << 2 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE;
+    }
+    void lut() {
+        QFETCH(int, scale);
+        QFETCH(int, ramp);
+        QFETCH(int, vtkScale);
+        QFETCH(int, vtkRamp);
+        ScalarBar bar;
+        bar.setLut(0.667f, 0.0f, 1, 40, scale, ramp);
+        vtkLookupTable* lut = bar.getLut();
+        QCOMPARE(lut->GetScale(), vtkScale);
+        QCOMPARE(lut->GetRamp(), vtkRamp);
+        QCOMPARE(lut->GetRange()[0], 1.0);
+        QCOMPARE(lut->GetRange()[1], 40.0);
+        QVERIFY(nearColour(lut, 1, 0, 0, 1));
+        QVERIFY(nearColour(lut, 40, 1, 0, 0));
+        for (vtkIdType i : {vtkIdType(0), lut->GetNumberOfTableValues() - 1}) {
+            double rgba[4];
+            lut->GetTableValue(i, rgba);
+            QVERIFY(qAbs(rgba[3] - 0.5) < 1.5 / 255); // the table holds bytes
+        }
+        QCOMPARE(bar.getScale(), scale);
+        QCOMPARE(bar.getRamp(), ramp);
+        QCOMPARE(bar.getRangeMax(), 40.0f);
+    }
+
+    void linearTableFromZero() {
+        ScalarBar bar;
+        bar.setLut(0.667f, 0.0f, 0, 40, 1, 1);
+        QVERIFY(nearColour(bar.getLut(), 0, 0, 0, 1));
+        QVERIFY(nearColour(bar.getLut(), 40, 1, 0, 0));
+        QVERIFY(nearColour(bar.getLut(), 20, 0, 1, 0)); // hue 1/3 half way
+    }
+
+    void layout_data() {
+        QTest::addColumn<int>("orientation");
+        QTest::addColumn<int>("vtkOrientation");
+        QTest::newRow("1 horizontal") << 1 << VTK_ORIENT_HORIZONTAL;
+        QTest::newRow("0 vertical") << 0 << VTK_ORIENT_VERTICAL;
+        QTest::newRow("2 vertical") << 2 << VTK_ORIENT_VERTICAL;
+    }
+    void layout() {
+        QFETCH(int, orientation);
+        QFETCH(int, vtkOrientation);
+        ScalarBar bar;
+        bar.setScalarBar("Temperature", 0.1f, 0.2f, 0.3f, 0.4f, 5, 64, "%.1f", orientation);
+        vtkScalarBarActor* actor = bar.getScalarBar();
+        QCOMPARE(actor->GetOrientation(), vtkOrientation);
+        QCOMPARE(QString(actor->GetTitle()), QString("Temperature"));
+        QCOMPARE(actor->GetPositionCoordinate()->GetCoordinateSystem(), VTK_NORMALIZED_VIEWPORT);
+        QCOMPARE(actor->GetPositionCoordinate()->GetValue()[0], double(0.1f));
+        QCOMPARE(actor->GetPositionCoordinate()->GetValue()[1], double(0.2f));
+        QCOMPARE(actor->GetWidth(), double(0.3f));
+        QCOMPARE(actor->GetHeight(), double(0.4f));
+        QCOMPARE(actor->GetNumberOfLabels(), 5);
+        QCOMPARE(actor->GetMaximumNumberOfColors(), 64);
+        QCOMPARE(QString(actor->GetLabelFormat()), QString("%.1f"));
+        for (vtkTextProperty* text :
+             {actor->GetTitleTextProperty(), actor->GetLabelTextProperty()}) {
+            double c[3];
+            text->GetColor(c);
+            QCOMPARE(c[0] + c[1] + c[2], 0.0);
+        }
+    }
+
+    void labelFormats_data() {
+        QTest::addColumn<QByteArray>("format"); // null: a null pointer
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("%g") << QByteArray("%g") << true;
+        QTest::newRow("flags, width, precision") << QByteArray("%-#6.3e units") << true;
+        QTest::newRow("percent signs") << QByteArray("%5.1f %%") << true;
+        QTest::newRow("string") << QByteArray("%s") << false;
+        QTest::newRow("integer") << QByteArray("%d") << false;
+        QTest::newRow("two numbers") << QByteArray("%f-%f") << false;
+        QTest::newRow("no number") << QByteArray("value") << false;
+        QTest::newRow("star width") << QByteArray("%*f") << false;
+        QTest::newRow("long double") << QByteArray("%Lf") << false;
+        QTest::newRow("trailing percent") << QByteArray("%f%") << false;
+        QTest::newRow("null") << QByteArray() << false;
+    }
+    void labelFormats() {
+        QFETCH(QByteArray, format);
+        QFETCH(bool, accepted);
+        ScalarBar bar;
+        bar.setScalarBar("t", 0, 0, 1, 1, 3, 16, "%.2f", 0);
+        if (!accepted)
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression("label format"));
+        bar.setScalarBar(nullptr, 0, 0, 1, 1, 3, 16, format.isNull() ? nullptr : format.data(), 0);
+        QCOMPARE(QByteArray(bar.getScalarBar()->GetLabelFormat()),
+                 accepted ? format : QByteArray("%.2f"));
+    }
+
+    void paintHandsOverTheTable() {
+        ScalarBar bar;
+        bar.paint(); // no renderer: nothing to add to
+        auto renderer = vtkSmartPointer<vtkRenderer>::New();
+        bar.setRenderer(renderer);
+        bar.setLut(0.667f, 0, 0, 40, 1, 1);
+        bar.paint();
+        QCOMPARE(bar.getScalarBar()->GetLookupTable(), bar.getLut());
+        QCOMPARE(renderer->GetActors2D()->GetNumberOfItems(), 1);
+
+        ScalarBar copy(bar);
+        ScalarBar assigned;
+        assigned = copy;
+        QCOMPARE(assigned.getLut(), bar.getLut());
+        QCOMPARE(assigned.getRenderer(), renderer.Get());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestScalarBar)
+#include "tst_scalarbar.moc"
