@@ -12,6 +12,8 @@
 #include <Orlavex/scene/DrawableI.h>
 #include <Orlavex/scene/DrawableSource.h>
 
+#include <Orlavex/display/Canvas.h>
+#include <Orlavex/display/CanvasButtons.h>
 #include <Orlavex/display/SurfaceFormat.h>
 
 #include <Orlavex/controls/Dialog.h>
