@@ -14,7 +14,9 @@
 
 #include <Orlavex/display/Canvas.h>
 #include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/display/PlottingPanelQwt.h>
 #include <Orlavex/display/SurfaceFormat.h>
+#include <Orlavex/display/TrailQwt.h>
 
 #include <Orlavex/controls/Dialog.h>
 #include <Orlavex/controls/GroupBox.h>
