@@ -14,6 +14,7 @@
 
 #include <Orlavex/display/Canvas.h>
 #include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/display/PlottingPanel.h>
 #include <Orlavex/display/PlottingPanelQwt.h>
 #include <Orlavex/display/SurfaceFormat.h>
 #include <Orlavex/display/TrailQwt.h>
