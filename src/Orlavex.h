@@ -24,7 +24,12 @@
 #include <Orlavex/scene/RegularPolygon.h>
 #include <Orlavex/scene/Sphere.h>
 
+#include <Orlavex/display/Canvas.h>
+#include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/display/PlottingPanel.h>
+#include <Orlavex/display/PlottingPanelQwt.h>
 #include <Orlavex/display/SurfaceFormat.h>
+#include <Orlavex/display/TrailQwt.h>
 
 #include <Orlavex/controls/Browser.h>
 #include <Orlavex/controls/ButtonGroup.h>

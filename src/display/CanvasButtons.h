@@ -1,0 +1,28 @@
+#pragma once
+
+#include <Orlavex/controls/Panel.h>
+
+class Canvas;
+class QPushButton;
+class vtkRenderer;
+
+/// A ready-made panel: a canvas under a row of three buttons that save the
+/// camera, restore the saved camera and restore the initial camera.
+class ORLAVEX_EXPORT CanvasButtons : public Panel {
+    Q_OBJECT
+public:
+    explicit CanvasButtons(QWidget* parent = nullptr);
+    ~CanvasButtons() override;
+
+    Canvas* const canvas;
+    /// The canvas's renderer, for scene objects and the link thread.
+    vtkRenderer* const renderer;
+    QPushButton* const saveButton;
+    QPushButton* const restoreButton;
+    QPushButton* const restoreInitialButton;
+
+private slots:
+    void saveA();
+    void restoreA();
+    void restore0A();
+};

@@ -1,0 +1,121 @@
+#include "TrailQwt.h"
+
+#include <Orlavex/display/PlottingPanelQwt.h>
+
+#include <QPointer>
+#include <qwt_plot_curve.h>
+#include <qwt_symbol.h>
+
+namespace {
+constexpr int kMaxPoints = 500;
+}
+
+struct TrailQwt::Shared {
+    Curve* curve = nullptr;
+    QwtSymbol* symbol = nullptr;
+    QPointer<PlottingPanelQwt> plot;
+    QVector<double> x;
+    QVector<double> y;
+
+    ~Shared();
+};
+
+// A plot deletes the items still attached to it when it goes; the curve
+// tells the trail, so that the trail never touches it again.
+class TrailQwt::Curve : public QwtPlotCurve {
+public:
+    Curve(const QString& title, Shared* owner) : QwtPlotCurve(title), owner(owner) {}
+    ~Curve() override {
+        if (owner) {
+            owner->curve = nullptr;
+            owner->symbol = nullptr; // the curve owns its symbol
+        }
+    }
+    Shared* owner;
+};
+
+TrailQwt::Shared::~Shared() {
+    if (curve) {
+        curve->owner = nullptr;
+        delete curve; // detaches it from its plot before the buffers go
+    }
+}
+
+TrailQwt::TrailQwt(const QString& title) : d(std::make_shared<Shared>()) {
+    d->curve = new Curve(title, d.get());
+    d->symbol = new QwtSymbol(QwtSymbol::NoSymbol);
+    d->symbol->setSize(5, 5);
+    d->curve->setSymbol(d->symbol);
+}
+
+TrailQwt::~TrailQwt() = default;
+
+void TrailQwt::attachToPlot(PlottingPanelQwt* p) {
+    if (d->curve)
+        d->curve->attach(p);
+    d->plot = p;
+}
+
+void TrailQwt::setNMaxPoints(int n) {
+    nMaxPoints = (n >= 1 && n <= kMaxPoints) ? n : kMaxPoints;
+}
+
+void TrailQwt::setNSkip(int n) {
+    nSkip = n;
+    // A phase left over from an earlier skip value could otherwise stop the
+    // trail from ever keeping a point again (with nSkip 0 the phase never moves).
+    skipPhase = 0;
+}
+
+int TrailQwt::getNStored() const {
+    return d->x.size();
+}
+
+QwtPlotCurve* TrailQwt::getCurve() const {
+    return d->curve;
+}
+
+QwtSymbol* TrailQwt::getSymbol() const {
+    return d->symbol;
+}
+
+PlottingPanelQwt* TrailQwt::getPlot() const {
+    return d->plot;
+}
+
+void TrailQwt::insertXY(QVector<double>* points) {
+    if (!points)
+        return;
+    if (nReceivedPoints != 1) {
+        // A negative batch size holds no points: the curve becomes empty. A
+        // batch shorter than its size says cannot be split into its x and y
+        // blocks and is dropped, leaving the curve as it was.
+        const int n = qMax(nReceivedPoints, 0);
+        if (points->size() < 2 * qint64(n))
+            return;
+        if (d->curve)
+            d->curve->setSamples(points->constData(), points->constData() + n, n);
+        return;
+    }
+    if (points->size() < 2)
+        return;
+    const double x = points->at(0);
+    const double y = points->at(1);
+
+    if (nSkip > 0)
+        skipPhase = int((qint64(skipPhase) + 1) % (qint64(nSkip) + 1));
+    // Removes as many points as needed, not just one, so that a limit lowered
+    // while the buffers were fuller takes effect at the next point; with an
+    // unchanged limit it is exactly one.
+    const int excess = d->x.size() - nMaxPoints + 1;
+    if (nMaxPoints > 0 && excess > 0) {
+        d->x.remove(0, excess);
+        d->y.remove(0, excess);
+    }
+    if (skipPhase == 0) {
+        d->x.append(x);
+        d->y.append(y);
+    }
+    if (d->curve)
+        d->curve->setRawSamples(d->x.constData(), d->y.constData(), d->x.size());
+}
