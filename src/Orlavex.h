@@ -6,6 +6,7 @@
 #include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SceneLock.h>
 #include <Orlavex/common/SendClass.h>
+#include <Orlavex/link/CommThread.h>
 #include <Orlavex/link/SocketClass.h>
 
 #include <Orlavex/scene/Drawable.h>
@@ -17,15 +18,20 @@
 #include <Orlavex/scene/Cube.h>
 #include <Orlavex/scene/Cylinder.h>
 #include <Orlavex/scene/DiskSource.h>
+#include <Orlavex/scene/File3DSImporter.h>
 #include <Orlavex/scene/HalfPipe.h>
 #include <Orlavex/scene/Line.h>
+#include <Orlavex/scene/PlanarGrid.h>
 #include <Orlavex/scene/Plane.h>
 #include <Orlavex/scene/PolygonC.h>
 #include <Orlavex/scene/RegularPolygon.h>
+#include <Orlavex/scene/ScalarBar.h>
 #include <Orlavex/scene/Sphere.h>
+#include <Orlavex/scene/VectorText.h>
 
 #include <Orlavex/display/Canvas.h>
 #include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/display/MainWindow.h>
 #include <Orlavex/display/PlottingPanel.h>
 #include <Orlavex/display/PlottingPanelQwt.h>
 #include <Orlavex/display/SurfaceFormat.h>

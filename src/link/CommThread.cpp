@@ -8,6 +8,7 @@
 #include <Orlavex/controls/NumberField.h>
 #include <Orlavex/controls/PauseButton.h>
 #include <Orlavex/controls/RadioButton.h>
+#include <Orlavex/display/TrailQwt.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/DrawableI.h>
 

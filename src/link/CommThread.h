@@ -183,6 +183,4 @@ private:
     std::vector<WidgetUpdate> m_widgetUpdatesGui;
 };
 
-Q_DECLARE_OPAQUE_POINTER(TrailQwt*)
-Q_DECLARE_METATYPE(TrailQwt*)
 Q_DECLARE_METATYPE(QVector<double>*)

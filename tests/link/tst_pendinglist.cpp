@@ -3,6 +3,7 @@
 // change must reach the server exactly once and in order. Run it under
 // ThreadSanitizer as well (scripts/test --sanitize thread).
 #include <Orlavex/link/CommThread.h>
+#include <Orlavex/link/SocketClass.h>
 
 #include "CycleServer.h"
 
