@@ -1,16 +1,14 @@
 #pragma once
 
-// Pixel probes for screenshot checks. Images are written to the test's
-// output directory (the working directory, under "screenshots/") when a
-// check fails, or always when ORLAVEX_KEEP_SCREENSHOTS is set.
+// Pixel probes for screenshot checks. A failing check writes the image to
+// "screenshots/" under the working directory (the test's output directory);
+// ORLAVEX_KEEP_SCREENSHOTS=1 writes every checked image there.
 
-#include <QColor>
 #include <QDir>
 #include <QImage>
 #include <QtTest>
 
 namespace probe {
-
 inline QString save(const QImage& image, const QString& name) {
     QDir dir(QDir::current().absoluteFilePath(QStringLiteral("screenshots")));
     dir.mkpath(QStringLiteral("."));
@@ -18,11 +16,6 @@ inline QString save(const QImage& image, const QString& name) {
         QStringLiteral("%1-%2.png").arg(QString::fromLatin1(QTest::currentTestFunction()), name));
     image.save(path);
     return path;
-}
-
-inline void keepIfAsked(const QImage& image, const QString& name) {
-    if (qEnvironmentVariableIsSet("ORLAVEX_KEEP_SCREENSHOTS"))
-        save(image, name);
 }
 
 /// True when every channel of `c` is within `tol` of `want`.
@@ -39,14 +32,13 @@ inline int count(const QImage& image, const QColor& want, int tol = 40) {
             n += near(image.pixelColor(x, y), want, tol) ? 1 : 0;
     return n;
 }
-
 } // namespace probe
 
-/// Fails the test with the path of the saved image when `cond` is false.
 #define PROBE_VERIFY(cond, image, name)                                                            \
     do {                                                                                           \
-        probe::keepIfAsked(image, name);                                                           \
+        if (qEnvironmentVariableIsSet("ORLAVEX_KEEP_SCREENSHOTS"))                                 \
+            probe::save(image, name);                                                              \
         if (!(cond))                                                                               \
-            QFAIL(qPrintable(QStringLiteral("%1 failed; image written to %2")                      \
-                                 .arg(QStringLiteral(#cond), probe::save(image, name))));          \
+            QFAIL(qPrintable(QStringLiteral(#cond " failed; image in ") +                          \
+                             probe::save(image, name)));                                           \
     } while (false)
