@@ -213,7 +213,7 @@ private slots:
             }
             s.sendRecord(2, {0, 0, 0, 0, 0, 0, 0, 0, 30, 1});
             s.readRaw(1, 100);
-        });
+        }, 3000);
         CommThread thread;
         connectTo(thread, step == 5 ? 1 : server.port()); // port 1: refused
         Sphere a, b;
