@@ -11,6 +11,7 @@
 
 #include <QCloseEvent>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <QUrl>
 
@@ -74,6 +75,9 @@ void MainWindow::adjustCameras() {
 void MainWindow::renderWindow() {
     if (!m_link)
         return; // the client application has already ended the link
+    QElapsedTimer clock;
+    clock.start();
+    ++m_passes;
     {
         // The link thread waits while this runs; the lock keeps renders that
         // the user starts by hand from overlapping its changes just the same.
@@ -84,6 +88,7 @@ void MainWindow::renderWindow() {
     }
     for (PlottingPanelQwt* p : qAsConst(m_link->plots))
         p->replot();
+    m_renderNs += clock.nsecsElapsed();
     if (m_secondPass) {
         adjustCameras();
         m_secondPass = false;

@@ -65,6 +65,12 @@ public:
     /// application set up itself.
     void setFrameSceneOnStart(bool frame) { m_frameScene = frame; }
 
+    /// Render passes run so far, and the time they took in all (seconds):
+    /// with the cycle count this splits a cycle into waiting for the server
+    /// and rendering.
+    int renderPassCount() const { return m_passes; }
+    double renderSeconds() const { return m_renderNs * 1e-9; }
+
 protected:
     /// Closes every registered dialog, writing "Closing windows" to standard
     /// output for each, then accepts. The link thread is not stopped here.
@@ -85,5 +91,7 @@ private:
     bool m_firstPass;
     bool m_secondPass = false;
     bool m_frameScene = true;
+    int m_passes = 0;
+    qint64 m_renderNs = 0;
     QPointer<CommThread> m_link; // nulled when the client application deletes the thread
 };
