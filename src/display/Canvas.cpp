@@ -49,6 +49,11 @@ Canvas::~Canvas() {
     renderer->Delete();
 }
 
+bool Canvas::event(QEvent* e) {
+    SceneLock lock;
+    return QVTKOpenGLNativeWidget::event(e);
+}
+
 void Canvas::paintGL() {
     SceneLock lock;
     QVTKOpenGLNativeWidget::paintGL();

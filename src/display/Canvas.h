@@ -65,6 +65,9 @@ public:
 
 protected:
     void paintGL() override;
+    /// Input is handled under the scene lock: the camera styles read the
+    /// actors' bounds (clipping range, picking) before they render.
+    bool event(QEvent* e) override;
 
 private:
     static CameraSettings read(vtkCamera* cam);

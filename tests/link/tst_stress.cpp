@@ -1,0 +1,121 @@
+// Many fast cycles against the server while the GUI thread renders the canvas
+// without pause and drags its camera: the link thread's changes to the scene
+// and the renders must never overlap. Meant to run under ThreadSanitizer too
+// (scripts/test --sanitize thread), where any race is reported.
+#include <Orlavex/controls/DisplayDouble.h>
+#include <Orlavex/controls/NumberField.h>
+#include <Orlavex/display/Canvas.h>
+#include <Orlavex/link/CommThread.h>
+#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/scene/Cube.h>
+#include <Orlavex/scene/PlanarGrid.h>
+#include <Orlavex/scene/Sphere.h>
+#include <Orlavex/scene/VectorText.h>
+
+#include "CycleServer.h"
+#include "GuiTestMain.h"
+
+#include <QLabel>
+
+#include <cmath>
+#include <memory>
+#include <vector>
+
+class TestStress : public QObject {
+    Q_OBJECT
+private slots:
+    void rendersAndCyclesNeverOverlap() {
+        const int cycles = qEnvironmentVariableIsSet("ORLAVEX_SANITIZER_RUN") ? 150 : 400;
+        Canvas canvas;
+        canvas.resize(320, 240);
+        canvas.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&canvas));
+
+        std::vector<std::unique_ptr<Sphere>> spheres;
+        for (int i = 0; i < 8; ++i) {
+            spheres.emplace_back(new Sphere);
+            spheres.back()->setInteractivelyPositioned(1);
+            spheres.back()->setInteractivelyColored(1);
+        }
+        Cube cube;
+        cube.setInteractivelyPositioned(1);
+        VectorText text;
+        text.setInteractiveValue(1);
+        std::vector<float> zeros(16, 0.f);
+        PlanarGrid grid(0, 0, 0, 4, 4, 0, 4, 4, 0, zeros.data(), zeros.data(), 0.667f, 0, 1, 1, 1,
+                        1, 1, 1, 0, 1, 1, 1, 1);
+        grid.setInteractivelyColored(1);
+        DisplayDouble readOut;
+        NumberField field;
+        field.setEnableInt(1);
+
+        CommThread thread;
+        int num = 1;
+        for (auto& s : spheres) {
+            s->setRenderer(canvas.renderer);
+            thread.setDrawables(s.get());
+            thread.setSendingObjI(num++, s.get());
+        }
+        for (DrawableI* d : std::initializer_list<DrawableI*>{&cube, &text, &grid}) {
+            d->setRenderer(canvas.renderer);
+            thread.setDrawables(d);
+        }
+        thread.setSendingObjI(20, &cube);
+        thread.setSendingObjI(21, &text);
+        thread.setSendingObjI(22, &grid);
+        thread.setSendingObjI(23, &readOut);
+        thread.setSendingObjI(24, &field);
+
+        CycleServer server(
+            [](int c) {
+                QVector<QByteArray> records;
+                const double t = c * 0.05;
+                for (int i = 1; i <= 8; ++i) {
+                    const double v[21] = {std::cos(t + i), std::sin(t + i), 0, 0, 0, 0, 1, 2, 3,
+                                          0.3 + 0.05 * i, 0.5, 0.2, 0.9, 0.8, 0.3, 10, 1, 0.6,
+                                          0, 0, 0};
+                    records << SimulationServer::record(i, v, 21);
+                }
+                const double cube[12] = {0, 0, -1, 0, 0, 0, 0, 0, 1, 1 + std::sin(t), 1, 0.2};
+                records << SimulationServer::record(20, cube, 12);
+                const double time = t;
+                records << SimulationServer::record(21, &time, 1);
+                // 16 magnitudes, 48 vector components, the scale, 16 cell colours
+                std::vector<double> grid(16 + 48 + 1, 1.0);
+                for (int k = 0; k < 16; ++k)
+                    grid.push_back(0.5 + 0.5 * std::sin(t + k));
+                records << SimulationServer::record(22, grid.data(), int(grid.size()));
+                records << SimulationServer::record(23, &time, 1);
+                const double on = c % 2;
+                records << SimulationServer::record(24, &on, 1);
+                return records;
+            },
+            cycles);
+        thread.setServerAddress("local");
+        thread.setServerPort(server.port());
+        thread.start();
+
+        // Render without pause, and drag the camera now and then, as a user would.
+        int renders = 0;
+        while (!server.finished()) {
+            canvas.render();
+            ++renders;
+            if (renders % 5 == 0) {
+                QTest::mousePress(&canvas, Qt::LeftButton, {}, QPoint(100, 100));
+                QTest::mouseMove(&canvas, QPoint(110 + renders % 20, 105));
+                QTest::mouseRelease(&canvas, Qt::LeftButton, {}, QPoint(110, 105));
+            }
+            QCoreApplication::processEvents();
+        }
+        QCOMPARE(server.cycles(), cycles);
+        QVERIFY(renders > 10);
+        QTRY_VERIFY(readOut.getLabel()->text() != QString()); // marshalled to this thread
+        thread.stop();
+        thread.getSocket()->closeConnection();
+        thread.quit();
+        QTRY_VERIFY(thread.wait(10));
+    }
+};
+
+ORLAVEX_GUI_TEST_MAIN(TestStress)
+#include "tst_stress.moc"
