@@ -12,6 +12,10 @@
 #include <Orlavex/scene/Drawable.h>
 #include <Orlavex/scene/DrawableI.h>
 #include <Orlavex/scene/DrawableSource.h>
+#include <Orlavex/scene/File3DSImporter.h>
+#include <Orlavex/scene/PlanarGrid.h>
+#include <Orlavex/scene/ScalarBar.h>
+#include <Orlavex/scene/VectorText.h>
 
 #include <Orlavex/scene/Arrow.h>
 #include <Orlavex/scene/Cone.h>

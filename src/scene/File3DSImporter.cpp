@@ -28,8 +28,8 @@ void keepFirstMessage(vtkObject*, unsigned long, void* clientData, void* callDat
 
 // VTK's 3DS reader trusts the file: a chunk length reaching past its parent,
 // a face naming a vertex that does not exist, a material group naming a
-// face that does not exist or an overlong name make it read or write out of
-// bounds and crash the process. The file is therefore walked first, and
+// face or a material that does not exist, or an overlong name make it read
+// or write out of bounds and crash the process. The file is therefore walked first, and
 // only one whose structure holds together is handed to VTK. Chunks that
 // this walk does not know are skipped by their length, as VTK skips them.
 class ChunkCheck {

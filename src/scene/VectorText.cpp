@@ -9,6 +9,9 @@
 VectorText::VectorText() : source(vtkVectorText::New()), mapper(vtkPolyDataMapper::New()) {
     actor->SetMapper(mapper);
     mapper->SetInputConnection(source->GetOutputPort(0));
+    // The source has no text of its own and reports an error at every render
+    // until it gets one; a text not yet set shows as nothing instead.
+    source->SetText("");
 }
 
 VectorText::VectorText(const VectorText& other)

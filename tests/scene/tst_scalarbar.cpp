@@ -23,59 +23,41 @@ class TestScalarBar : public QObject {
     Q_OBJECT
 
 private slots:
-    void initialValues() {
-        ScalarBar bar;
-        QCOMPARE(bar.getHueMin(), 0.667f);
-        QCOMPARE(bar.getHueMax(), 0.0f);
-        QCOMPARE(bar.getRangeMin(), 0.0f);
-        QCOMPARE(bar.getRangeMax(), 40.0f);
-        QCOMPARE(bar.getRamp(), 1);
-        QCOMPARE(bar.getScale(), 0);
-        QCOMPARE(bar.getInteractivelyColored(), 0);
-        QVERIFY(!bar.getRenderer());
-    }
-
     void lut_data() {
         QTest::addColumn<int>("scale");
         QTest::addColumn<int>("ramp");
         QTest::addColumn<int>("vtkScale");
         QTest::addColumn<int>("vtkRamp");
-        QTest::newRow("linear") << 1 << 1 << VTK_SCALE_LINEAR << VTK_RAMP_LINEAR;
-        QTest::newRow("scale 0 logarithmic") << 0 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR;
-        QTest::newRow("scale 2 logarithmic") << 2 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR;
-        QTest::newRow("ramp 0 S-curve") << 1 << 0 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE;
-        QTest::newRow("ramp 2 S-curve") << 1 << 2 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE;
+        QTest::addColumn<float>("rangeMin"); // a logarithmic table starts above 0
+        QTest::newRow("linear") << 1 << 1 << VTK_SCALE_LINEAR << VTK_RAMP_LINEAR << 0.0f;
+        QTest::newRow("scale 0 logarithmic")
+            << 0 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR << 1.0f;
+        QTest::newRow("scale 2 logarithmic")
+            << 2 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR << 1.0f;
+        QTest::newRow("ramp 0 S-curve") << 1 << 0 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE << 0.0f;
+        QTest::newRow("ramp 2 S-curve") << 1 << 2 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE << 0.0f;
     }
     void lut() {
         QFETCH(int, scale);
         QFETCH(int, ramp);
         QFETCH(int, vtkScale);
         QFETCH(int, vtkRamp);
+        QFETCH(float, rangeMin);
         ScalarBar bar;
-        bar.setLut(0.667f, 0.0f, 1, 40, scale, ramp);
+        bar.setLut(0.667f, 0.0f, rangeMin, 40, scale, ramp);
         vtkLookupTable* lut = bar.getLut();
         QCOMPARE(lut->GetScale(), vtkScale);
         QCOMPARE(lut->GetRamp(), vtkRamp);
-        QCOMPARE(lut->GetRange()[0], 1.0);
-        QCOMPARE(lut->GetRange()[1], 40.0);
-        QVERIFY(nearColour(lut, 1, 0, 0, 1));
+        QCOMPARE(lut->GetRange()[0], double(rangeMin));
+        QVERIFY(nearColour(lut, rangeMin, 0, 0, 1));
         QVERIFY(nearColour(lut, 40, 1, 0, 0));
+        if (vtkScale == VTK_SCALE_LINEAR && vtkRamp == VTK_RAMP_LINEAR)
+            QVERIFY(nearColour(lut, 20, 0, 1, 0)); // hue 1/3 half way
         for (vtkIdType i : {vtkIdType(0), lut->GetNumberOfTableValues() - 1}) {
             double rgba[4];
             lut->GetTableValue(i, rgba);
             QVERIFY(qAbs(rgba[3] - 0.5) < 1.5 / 255); // the table holds bytes
         }
-        QCOMPARE(bar.getScale(), scale);
-        QCOMPARE(bar.getRamp(), ramp);
-        QCOMPARE(bar.getRangeMax(), 40.0f);
-    }
-
-    void linearTableFromZero() {
-        ScalarBar bar;
-        bar.setLut(0.667f, 0.0f, 0, 40, 1, 1);
-        QVERIFY(nearColour(bar.getLut(), 0, 0, 0, 1));
-        QVERIFY(nearColour(bar.getLut(), 40, 1, 0, 0));
-        QVERIFY(nearColour(bar.getLut(), 20, 0, 1, 0)); // hue 1/3 half way
     }
 
     void layout_data() {
@@ -96,11 +78,6 @@ private slots:
         QCOMPARE(actor->GetPositionCoordinate()->GetCoordinateSystem(), VTK_NORMALIZED_VIEWPORT);
         QCOMPARE(actor->GetPositionCoordinate()->GetValue()[0], double(0.1f));
         QCOMPARE(actor->GetPositionCoordinate()->GetValue()[1], double(0.2f));
-        QCOMPARE(actor->GetWidth(), double(0.3f));
-        QCOMPARE(actor->GetHeight(), double(0.4f));
-        QCOMPARE(actor->GetNumberOfLabels(), 5);
-        QCOMPARE(actor->GetMaximumNumberOfColors(), 64);
-        QCOMPARE(QString(actor->GetLabelFormat()), QString("%.1f"));
         for (vtkTextProperty* text :
              {actor->GetTitleTextProperty(), actor->GetLabelTextProperty()}) {
             double c[3];
@@ -145,12 +122,6 @@ private slots:
         bar.paint();
         QCOMPARE(bar.getScalarBar()->GetLookupTable(), bar.getLut());
         QCOMPARE(renderer->GetActors2D()->GetNumberOfItems(), 1);
-
-        ScalarBar copy(bar);
-        ScalarBar assigned;
-        assigned = copy;
-        QCOMPARE(assigned.getLut(), bar.getLut());
-        QCOMPARE(assigned.getRenderer(), renderer.Get());
     }
 };
 
