@@ -24,6 +24,7 @@
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), m_firstPass(true) {
     commThread = new CommThread(this);
     m_link = commThread;
+    commThread->m_renderPassAppliesWidgets = true;
     timeStart = 0;
     m_startTimer = new QTimer(this);
     m_startTimer->setSingleShot(true);
@@ -78,6 +79,7 @@ void MainWindow::renderWindow() {
     QElapsedTimer clock;
     clock.start();
     ++m_passes;
+    m_link->applyWidgetUpdates(); // read-outs and enabled states of this cycle
     {
         // The link thread waits while this runs; the lock keeps renders that
         // the user starts by hand from overlapping its changes just the same.

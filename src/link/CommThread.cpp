@@ -48,6 +48,7 @@ void CommThread::shutdown() {
                 QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
         }
     }
+    std::lock_guard<std::mutex> finished(m_runLock);
 }
 
 void CommThread::setRenderer(vtkRenderer* r) { renderers.append(r); }
@@ -198,6 +199,7 @@ void CommThread::run() {
         }
     }
     exec();
+    std::lock_guard<std::mutex> finished(m_runLock); // see shutdown()
 }
 
 bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targets) {
@@ -234,7 +236,9 @@ bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targ
         std::lock_guard<std::mutex> guard(m_widgetLock);
         widgets = !m_widgetUpdates.empty();
     }
-    if (widgets) // queued ahead of the render pass, so it lands before it
+    // The main window's render pass applies them first thing; without one,
+    // a queued call lands on the GUI thread ahead of any later hand-over.
+    if (widgets && !m_renderPassAppliesWidgets.load())
         QMetaObject::invokeMethod(this, [this] { applyWidgetUpdates(); }, Qt::QueuedConnection);
     if (n > 0)
         emit dataUpdated();

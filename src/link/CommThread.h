@@ -116,6 +116,11 @@ public:
     /// The socket client, owned by the thread (for its verbose flag, and for
     /// closing the link).
     SocketClass* getSocket() const { return m_socket.get(); }
+    /// Carries out, on the GUI thread, the widget changes that records asked
+    /// for (read-out values, number fields' enabled state). The main window
+    /// calls it at the start of each render pass; without a main window the
+    /// thread posts the call itself, ahead of its render hand-over.
+    void applyWidgetUpdates();
     /// A snapshot of the pending list: (control index, value), in recording order.
     QVector<QPair<int, double>> pendingEntries() const;
     int getPendingCount() const;
@@ -146,7 +151,8 @@ private:
     bool runCycle(RecordContext& context, const QHash<int, Target>& targets);
     void logLine(const QByteArray& text);
     void queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value);
-    void applyWidgetUpdates();
+    friend class MainWindow;
+    std::atomic<bool> m_renderPassAppliesWidgets{false}; ///< set by the main window
 
     std::unique_ptr<SocketClass> m_socket;
     std::unique_ptr<LogStream> m_log;
@@ -166,6 +172,11 @@ private:
     QVector<float> floatValues;
     QVector<double> doubleValues;
     QVector<int> intValues;
+
+    // Taken by run() as its last step and by shutdown() once the thread has
+    // finished: it orders everything the link thread did before whatever the
+    // owner does next, also for tools that cannot see inside QThread::wait.
+    std::mutex m_runLock;
 
     // Pause and stop are waited for, never polled.
     std::mutex m_stateLock;

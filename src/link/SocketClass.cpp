@@ -87,16 +87,19 @@ void SocketClass::connectToServer() {
     // thread: only that thread ever touches it afterwards. An unused socket
     // made by the constructor on another thread is replaced here.
     QThread* here = QThread::currentThread();
-    if (m_socket->thread() != here) {
-        delete m_socket;
-        m_socket = new QTcpSocket;
+    {
+        std::lock_guard<std::mutex> guard(m_ownerLock);
+        if (m_socket->thread() != here) {
+            delete m_socket;
+            m_socket = new QTcpSocket;
+        }
+        m_socketThread = here;
+        m_closeRequested = false;
+        if (m_socket->state() != QAbstractSocket::UnconnectedState)
+            m_socket->abort();
+        m_rx.resize(0);
+        m_rxPos = 0;
     }
-    m_socketThread = here;
-    m_closeRequested = false;
-    if (m_socket->state() != QAbstractSocket::UnconnectedState)
-        m_socket->abort();
-    m_rx.resize(0);
-    m_rxPos = 0;
 
     m_socket->connectToHost(m_address, m_port, QIODevice::ReadWrite);
     // No time limit, as a connect has no retry; the slices only let a close
@@ -117,7 +120,8 @@ void SocketClass::connectToServer() {
 }
 
 void SocketClass::closeConnection() {
-    if (QThread::currentThread() == m_socketThread.load()) {
+    std::lock_guard<std::mutex> guard(m_ownerLock);
+    if (QThread::currentThread() == m_socketThread) {
         m_closeRequested = false;
         m_socket->close();
         if (m_socket->state() != QAbstractSocket::UnconnectedState)
@@ -134,7 +138,7 @@ void SocketClass::closeConnection() {
 bool SocketClass::pollClose() {
     if (!m_closeRequested.load())
         return false;
-    closeConnection();
+    closeConnection(); // on the socket's own thread: closes at once
     return true;
 }
 

@@ -110,6 +110,10 @@ private:
     QString m_scratch;  // chalk string, reused every cycle
     bool m_lastStringComplete = true;
     qint64 m_maxStringLength = qint64(256) * 1024 * 1024;
-    std::atomic<QThread*> m_socketThread{nullptr};
+    // Who may touch the socket: its own thread only. The lock covers the hand
+    // of the socket to a new thread in connectToServer against a close that
+    // another thread makes at the same moment.
+    std::mutex m_ownerLock;
+    QThread* m_socketThread = nullptr;
     std::atomic<bool> m_closeRequested{false};
 };

@@ -6,6 +6,7 @@
 #include <Orlavex/scene/Sphere.h>
 
 #include "CycleServer.h"
+#include "SignalCounter.h"
 #include "GuiTestMain.h"
 
 #include <QFile>
@@ -24,13 +25,8 @@ void connectTo(CommThread& t, quint16 port) {
     t.setServerPort(port);
 }
 
-// Ends a started link thread as a client application does.
-void finish(CommThread& t) {
-    t.stop();
-    t.getSocket()->closeConnection();
-    t.quit();
-    QTRY_VERIFY_WITH_TIMEOUT(t.wait(10), 10000);
-}
+// Ends a started link thread, as deleting it would.
+void finish(CommThread& t) { t.shutdown(); }
 
 double orientationZ(Sphere& s) { return s.getActor()->GetOrientation()[2]; }
 } // namespace
@@ -60,7 +56,7 @@ private slots:
         Sphere sphere; // p = c = 0: its record carries no numbers
         thread.setSendingObjI(2, &sphere);
         addPending(thread, 3, 0.5);
-        QSignalSpy updates(&thread, &CommThread::dataUpdated);
+        SignalCounter updates(&thread, &CommThread::dataUpdated);
         thread.start();
         QVERIFY(server.wait(15000));
         QCOMPARE(data, QByteArray("1,3,0.500000#"));
@@ -83,7 +79,7 @@ private slots:
         CycleServer server([](int) { return QVector<QByteArray>{}; }, 3);
         CommThread thread;
         connectTo(thread, server.port());
-        QSignalSpy updates(&thread, &CommThread::dataUpdated);
+        SignalCounter updates(&thread, &CommThread::dataUpdated);
         thread.start();
         QTRY_COMPARE(server.cycles(), 3);
         QCOMPARE(server.dataMessages(), (QVector<QByteArray>{"0#", "0#", "0#"}));
@@ -125,13 +121,13 @@ private slots:
         thread.setSendingObjI(8, &sb);
         if (withLine)
             thread.setSendingObjI(4, &line);
-        QSignalSpy failed(&thread, &CommThread::connectionFailed);
+        SignalCounter failed(&thread, &CommThread::connectionFailed);
         thread.start();
         QTRY_COMPARE(server.cycles(), 1);
         QTRY_COMPARE(failed.count(), 1); // the server has gone after its one cycle
+        finish(thread);
         QCOMPARE(orientationZ(sa), turnA);
         QCOMPARE(orientationZ(sb), turnB);
-        finish(thread);
     }
 
     void pauseAndStop() {
@@ -157,7 +153,7 @@ private slots:
         connectTo(thread, server.port());
         Sphere sphere;
         thread.setSendingObjI(1, &sphere);
-        QSignalSpy updates(&thread, &CommThread::dataUpdated);
+        SignalCounter updates(&thread, &CommThread::dataUpdated);
         thread.start();
         QTRY_COMPARE(updates.count(), 1);
         thread.updatePause(false);
@@ -167,14 +163,13 @@ private slots:
         QCOMPARE(duringPause, QByteArray());
         thread.updatePause(true);
         QTRY_COMPARE(updates.count(), 3);
-        QVERIFY(resumed);
         // Stop while paused: no further exchange, the thread waits in its event loop.
         thread.updatePause(false);
         thread.stop();
         QVERIFY(server.wait(15000));
+        QVERIFY(resumed);
         QVERIFY(thread.isRunning());
-        thread.quit();
-        QVERIFY(thread.wait(10000));
+        finish(thread);
         QCOMPARE(updates.count(), 3);
     }
 
@@ -221,17 +216,15 @@ private slots:
         b.setInteractivelyPositioned(1);
         thread.setSendingObjI(1, &a);
         thread.setSendingObjI(2, &b);
-        QSignalSpy failed(&thread, &CommThread::connectionFailed);
+        SignalCounter failed(&thread, &CommThread::connectionFailed);
         thread.start();
         QTRY_COMPARE(failed.count(), 1);
         QVERIFY(server.wait(15000));
+        // No second report, and stop() ends the loop.
+        finish(thread);
+        QCOMPARE(failed.count(), 1);
         QCOMPARE(orientationZ(a), turnA);
         QCOMPARE(orientationZ(b), step == 4 ? 30.0 : 0.0);
-        // No second report, and stop() ends the loop.
-        thread.stop();
-        thread.quit();
-        QVERIFY(thread.wait(10000));
-        QCOMPARE(failed.count(), 1);
     }
 };
 

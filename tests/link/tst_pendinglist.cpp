@@ -50,10 +50,7 @@ private slots:
             QCOMPARE(values[k], k * 0.5);
         }
         QVERIFY(server.dataMessages().size() > 1); // the hand-over really overlapped
-        thread.stop();
-        thread.getSocket()->closeConnection();
-        thread.quit();
-        QTRY_VERIFY(thread.wait(10));
+        thread.shutdown();
     }
 };
 

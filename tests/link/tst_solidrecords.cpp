@@ -12,6 +12,7 @@
 #include <Orlavex/scene/Sphere.h>
 
 #include "CycleServer.h"
+#include "SignalCounter.h"
 #include "GuiTestMain.h"
 
 #include <vtkActor.h>
@@ -120,13 +121,11 @@ private slots:
         thread.setServerAddress("local");
         thread.setServerPort(server.port());
         thread.setSendingObjI(1, object.get());
-        QSignalSpy failed(&thread, &CommThread::connectionFailed);
+        SignalCounter failed(&thread, &CommThread::connectionFailed);
         thread.start();
         QTRY_COMPARE(failed.count(), 1); // after the server's two cycles
         QCOMPARE(server.cycles(), 2);
-        thread.stop();
-        thread.quit();
-        QVERIFY(thread.wait(10000));
+        thread.shutdown();
 
         vtkActor* actor = object->getActor();
         vtkProperty* prop = object->getProperty();
@@ -180,12 +179,10 @@ private slots:
         thread.setServerAddress("local");
         thread.setServerPort(server.port());
         thread.setSendingObjI(1, &sphere);
-        QSignalSpy failed(&thread, &CommThread::connectionFailed);
+        SignalCounter failed(&thread, &CommThread::connectionFailed);
         thread.start();
         QTRY_COMPARE(failed.count(), 1);
-        thread.stop();
-        thread.quit();
-        QVERIFY(thread.wait(10000));
+        thread.shutdown();
         QCOMPARE(sphere.getProperty()->GetEdgeVisibility(), visible);
     }
 };

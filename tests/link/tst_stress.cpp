@@ -5,6 +5,7 @@
 #include <Orlavex/controls/DisplayDouble.h>
 #include <Orlavex/controls/NumberField.h>
 #include <Orlavex/display/Canvas.h>
+#include <Orlavex/display/MainWindow.h>
 #include <Orlavex/link/CommThread.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/Cube.h>
@@ -49,7 +50,13 @@ private slots:
         NumberField field;
         field.setEnableInt(1);
 
-        CommThread thread;
+        // A main window takes the render passes and the widget changes, as in
+        // a real front-end; between its passes this thread renders on its own.
+        MainWindow window;
+        window.setFrameSceneOnStart(false);
+        CommThread& thread = *window.commThread;
+        thread.setRenderer(canvas.renderer);
+        thread.setCanvas(&canvas);
         int num = 1;
         for (auto& s : spheres) {
             s->setRenderer(canvas.renderer);
@@ -109,11 +116,8 @@ private slots:
         }
         QCOMPARE(server.cycles(), cycles);
         QVERIFY(renders > 10);
-        QTRY_VERIFY(readOut.getLabel()->text() != QString()); // marshalled to this thread
-        thread.stop();
-        thread.getSocket()->closeConnection();
-        thread.quit();
-        QTRY_VERIFY(thread.wait(10));
+        QTRY_VERIFY(readOut.getLabel()->text() != QString()); // applied on this thread
+        delete window.commThread;
     }
 };
 

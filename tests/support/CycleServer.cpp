@@ -24,6 +24,12 @@ CycleServer::CycleServer(Records records, int maxCycles, int readTimeoutMs)
           readTimeoutMs) {}
 
 QVector<QByteArray> CycleServer::dataMessages() const {
+    // A deep copy: an implicitly shared one would leave the server thread and
+    // the caller sharing one buffer.
     std::lock_guard<std::mutex> guard(m_lock);
-    return m_messages;
+    QVector<QByteArray> out;
+    out.reserve(m_messages.size());
+    for (const QByteArray& m : m_messages)
+        out.append(QByteArray(m.constData(), m.size()));
+    return out;
 }
