@@ -53,8 +53,17 @@ public:
     /// carried (0 when nothing was sent).
     int sendData(int* count, QVector<int>* indices, QVector<double>* values, std::mutex* lock,
                  int* sent);
+    /// Reads a chalk string (acking it) and returns its integer (0 when none).
     int getChalk();
+    /// Reads a record string (acking it); returns its num field and leaves the
+    /// payload, terminal included, in `*data`.
     int getNumValue(QString* data);
+    /// Parses `n` numbers and then `m` integers of the payload; afterwards the
+    /// vectors hold exactly n and m entries. A field that is not a number
+    /// gives 0. When a field needs a separating comma and finds none, the
+    /// payload has run out: that entry and every later entry of the call are
+    /// 0 (each such number field is reported: "error process input" on
+    /// standard output for single precision, a log line for double).
     void processInput(QString* data, QVector<float>* values, int n, QVector<int>* ints, int m);
     void processInput(QString* data, QVector<double>* values, int n, QVector<int>* ints, int m);
 
