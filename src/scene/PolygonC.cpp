@@ -1,5 +1,7 @@
 #include <Orlavex/scene/PolygonC.h>
 
+#include "detail/PointCell.h"
+
 #include <algorithm>
 
 #include <vtkActor.h>
@@ -17,12 +19,7 @@ PolygonC::PolygonC(int n, float* pts) {
     mapper = vtkPolyDataMapper::New();
     polyData = vtkPolyData::New();
     numberVertexes = std::max(n, 0);
-    for (int i = 0; i < numberVertexes; ++i) {
-        if (pts)
-            points->InsertPoint(i, pts[3 * i], pts[3 * i + 1], pts[3 * i + 2]);
-        else
-            points->InsertPoint(i, 0.0, 0.0, 0.0);
-    }
+    PointCell::insert(points, numberVertexes, pts);
     rebuildCell();
     polyData->SetPoints(points);
     polyData->SetPolys(cells);
@@ -65,42 +62,16 @@ PolygonC::~PolygonC() {
 void PolygonC::setPoints(float* pts) {
     if (!pts)
         return;
-    for (int i = 0; i < numberVertexes; ++i)
-        points->InsertPoint(i, pts[3 * i], pts[3 * i + 1], pts[3 * i + 2]);
+    PointCell::insert(points, numberVertexes, pts);
     points->Modified();
 }
 
 void PolygonC::setNumberVertexes(int n) {
     numberVertexes = std::max(n, 0);
-    // The point list follows the count, so that the cell never names a point
-    // that does not exist; new vertices sit on the last one and change nothing
-    // visible until setPoints places them.
-    const vtkIdType held = points->GetNumberOfPoints();
-    if (numberVertexes < held) {
-        points->SetNumberOfPoints(numberVertexes);
-    } else {
-        double last[3] = {0, 0, 0};
-        if (held > 0)
-            points->GetPoint(held - 1, last);
-        for (vtkIdType i = held; i < numberVertexes; ++i)
-            points->InsertPoint(i, last);
-    }
-    points->Modified();
+    PointCell::resize(points, numberVertexes);
     rebuildCell();
 }
 
 void PolygonC::rebuildCell() {
-    vtkIdList* ids = cell->GetPointIds();
-    ids->SetNumberOfIds(numberVertexes);
-    for (int i = 0; i < numberVertexes; ++i)
-        ids->SetId(i, i);
-    cell->Modified();
-    cells->Reset();
-    // An empty cell would still count as a polygon; with no vertices there is none.
-    if (numberVertexes > 0)
-        cells->InsertNextCell(ids);
-    cells->Modified();
-    // Drops the cell lookup the polydata may have built from the old array.
-    polyData->DeleteCells();
-    polyData->Modified();
+    PointCell::rebuild(cell, cells, polyData, numberVertexes);
 }
