@@ -63,7 +63,8 @@ bool SimulationServer::fill(int msecs) {
 bool SimulationServer::sendAck(const QByteArray& ack) { return write(ack); }
 
 bool SimulationServer::readData(QVector<Entry>* entries) {
-    QDeadlineTimer deadline(m_timeout < 0 ? QDeadlineTimer::Forever : qint64(m_timeout));
+    const QDeadlineTimer deadline =
+        m_timeout < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(qint64(m_timeout));
     int end;
     while ((end = m_rx.indexOf('#')) < 0) {
         if (!fill(int(qMin<qint64>(deadline.remainingTime() < 0 ? 1000 : deadline.remainingTime(),
@@ -92,7 +93,8 @@ bool SimulationServer::readData(QVector<Entry>* entries) {
 }
 
 bool SimulationServer::readClientAck() {
-    QDeadlineTimer deadline(m_timeout < 0 ? QDeadlineTimer::Forever : qint64(m_timeout));
+    const QDeadlineTimer deadline =
+        m_timeout < 0 ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(qint64(m_timeout));
     while (m_rx.isEmpty()) {
         const qint64 left = deadline.remainingTime();
         if (!fill(int(left < 0 ? 1000 : qMin<qint64>(left, 1000))) &&

@@ -43,15 +43,22 @@ double initialCameraZ(Canvas& c) {
     return c.initialCameraSettings() ? c.initialCameraSettings()->position[2] : -1;
 }
 
+// A main window whose link thread goes with it, as in a client application,
+// which deletes the thread after app.exec() returns.
+class Window : public MainWindow {
+public:
+    ~Window() override { delete commThread; }
+};
+
 // Runs one render pass as the link thread asks for it.
-void renderPass(MainWindow& w) { QMetaObject::invokeMethod(&w, "renderWindow"); }
+void renderPass(Window& w) { QMetaObject::invokeMethod(&w, "renderWindow"); }
 } // namespace
 
 class TestMainWindow : public QObject {
     Q_OBJECT
 private slots:
     void cameraSavedOnFirstTwoPasses() {
-        MainWindow w;
+        Window w;
         w.setFrameSceneOnStart(false);
         Canvas canvas;
         w.commThread->setRenderer(canvas.renderer);
@@ -71,7 +78,7 @@ private slots:
 
     void firstPassOnTimerOrData() {
         {
-            MainWindow w;
+            Window w;
             Canvas canvas;
             w.commThread->setCanvas(&canvas);
             QElapsedTimer timer;
@@ -83,7 +90,7 @@ private slots:
         }
         {
             // dataUpdated() before the timer: it runs the first pass.
-            MainWindow w;
+            Window w;
             w.setTimeStart(60000);
             Canvas canvas;
             w.commThread->setCanvas(&canvas);
@@ -94,7 +101,7 @@ private slots:
     }
 
     void browsersLoadedOnFirstPassOnly() {
-        MainWindow w;
+        Window w;
         Browser browser;
         const char* address = "about:blank";
         browser.settingURL(address);
@@ -109,7 +116,7 @@ private slots:
     }
 
     void closing() {
-        MainWindow w;
+        Window w;
         Dialog a, b;
         w.commThread->setDialogs(&a);
         w.commThread->setDialogs(&b);
@@ -125,7 +132,7 @@ private slots:
         QVERIFY(!a.isVisible() && !b.isVisible());
         QCOMPARE(closingA.count(), 1);
 
-        MainWindow alone; // no dialogs: nothing written, close accepted
+        Window alone; // no dialogs: nothing written, close accepted
         alone.show();
         StdoutCapture quiet;
         QVERIFY(alone.close());
@@ -133,7 +140,7 @@ private slots:
     }
 
     void layoutPolicy() {
-        MainWindow w;
+        Window w;
         w.setLayoutPolicy("HBox");
         QPointer<QLayout> first = w.centralWidget()->layout();
         QVERIFY(qobject_cast<QHBoxLayout*>(first.data()));
@@ -159,7 +166,7 @@ private slots:
                                            SimulationServer::record(3, &height, 1)};
             },
             1000000);
-        MainWindow w;
+        Window w;
         w.setFrameSceneOnStart(false);
         w.setLayoutPolicy("VBox");
         auto* view = new CanvasButtons;
@@ -250,7 +257,7 @@ private slots:
         Sphere sphere;
         QElapsedTimer timer;
         {
-            MainWindow w;
+            Window w;
             CommThread* link = w.commThread;
             link->setSendingObjI(1, &sphere);
             link->setServerAddress("local");
