@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Runs minimal_server on a free loopback port and minimal_client against it
-# for a number of cycles; both must end by themselves with status 0.
+# Runs an example server on a free loopback port and its front-end against
+# it for a number of cycles; both must end by themselves with status 0.
 #
-#   run_minimal.sh SERVER CLIENT [CYCLES]
+#   run_example.sh SERVER CLIENT CYCLES [FURTHER CLIENT ARGUMENTS...]
 set -uo pipefail
-server=$1 client=$2 cycles=${3:-50}
+server=$1 client=$2 cycles=$3
+shift 3
 
 out=$(mktemp)
 trap 'rm -f "$out"; [ -n "${pid:-}" ] && kill "$pid" 2>/dev/null' EXIT
-timeout 60 "$server" --port 0 >"$out" &
+timeout 100 "$server" --port 0 >"$out" &
 pid=$!
 
 port=""
@@ -26,7 +27,7 @@ run=()
 if [ -z "${DISPLAY:-}" ] && command -v xvfb-run >/dev/null; then
   run=(xvfb-run -a -s "-screen 0 1280x1024x24")
 fi
-"${run[@]}" timeout 60 "$client" --port "$port" --cycles "$cycles"
+"${run[@]}" timeout 90 "$client" --port "$port" --cycles "$cycles" "$@"
 client_rc=$?
 wait "$pid"
 server_rc=$?
