@@ -31,8 +31,11 @@ int main(int argc, char** argv) {
     Sphere ball; // record 1: the server places it (p = 1: 10 numbers)
     ball.setRenderer(view->renderer);
     ball.setColor(1, 0, 0);
+    ball.setThetaResolution(24);
+    ball.setPhiResolution(24);
     ball.setInteractivelyPositioned(1);
-    Cube ground; // never addressed by the server: drawn where the client puts it
+    ball.setPosition(0, 2, 0); // its highest point: the window frames the scene on start
+    Cube ground;               // never addressed by the server: drawn where the client puts it
     ground.setRenderer(view->renderer);
     ground.setXLength(2);
     ground.setYLength(0.1);
@@ -53,6 +56,7 @@ int main(int argc, char** argv) {
     gravity->setIndex(1);
     controls->addWidget(gravity);
     auto* pause = new PauseButton;
+    pause->setChecked(true); // the link runs from the start: offer "Pause"
     controls->addWidget(pause);
 
     CommThread* link = window.commThread;
