@@ -195,7 +195,7 @@ public:
         const double carriage[] = {px, 0, 0, 0, 0, 0, 0, 0, 0, 0.24, 0.1, 0.16};
         const double protractor[] = {px, 0, -0.04, 0, 0, 0, 0, 0, 0};
         // The velocity arrow starts on the bob's surface and points along the
-        // path; it is as long as the distance covered in 0.15 s.
+        // path; it is as long as the distance covered in 0.3 s.
         const double heading = theta + (omega < 0 ? pi : 0);
         const double ax = bx + bobRadius * std::cos(heading),
                      ay = by + bobRadius * std::sin(heading);
@@ -208,7 +208,7 @@ public:
                                 0,
                                 0,
                                 arrowTurn.towards(heading * degrees),
-                                std::max(0.15 * speed, 0.01)};
+                                std::max(0.3 * speed, 0.01)};
         const double t = pendulum.time();
 
         if (!s.sendRecord(lab::Bob, bob, 21) || !s.sendRecord(lab::Rod, rod, 11) ||
