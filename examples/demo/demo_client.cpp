@@ -152,19 +152,30 @@ int main(int argc, char** argv) {
         },
         Qt::QueuedConnection);
 
+    // Said on the link thread, before the window closes itself.
+    QObject::connect(
+        link, &CommThread::connectionFailed, link,
+        [&] {
+            std::fprintf(stderr, "demo_client: no link to a server on port %d (any more)\n",
+                         options.port);
+        },
+        Qt::DirectConnection);
+
     window.resize(1280, 900);
     window.show();
     clock.start();
     link->start();
     const int rc = app.exec();
     delete window.commThread; // ends the link thread promptly
+    // Closing the window wrote "Closing windows" for the dialog, without a line end.
+    std::printf("\n");
+    std::fflush(stdout);
 
     if (cycles > 0) {
         const double wall = (last.wallNs - first.wallNs) * 1e-9;
         const double rendering = last.renderSeconds - first.renderSeconds;
         const double exchange = wall - rendering;
-        // On its own line: the window's closing has written to standard output.
-        std::printf("\n%d cycles in %.2f s: %.1f cycles/s\n", cycles, wall, cycles / wall);
+        std::printf("%d cycles in %.2f s: %.1f cycles/s\n", cycles, wall, cycles / wall);
         std::printf("  rendering                 %6.2f s  %3.0f %%  %6.2f ms per cycle\n",
                     rendering, 100 * rendering / wall, 1000 * rendering / cycles);
         std::printf("  exchange with the server  %6.2f s  %3.0f %%  %6.2f ms per cycle\n", exchange,
