@@ -22,6 +22,7 @@
 
 #include <QVTKOpenGLNativeWidget.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -152,12 +153,15 @@ int main(int argc, char** argv) {
         },
         Qt::QueuedConnection);
 
-    // Said on the link thread, before the window closes itself.
+    // Said on the link thread, before the window closes itself; not when
+    // the front-end ends the link on its way out.
+    std::atomic<bool> ending{false};
     QObject::connect(
         link, &CommThread::connectionFailed, link,
         [&] {
-            std::fprintf(stderr, "demo_client: no link to a server on port %d (any more)\n",
-                         options.port);
+            if (!ending)
+                std::fprintf(stderr, "demo_client: no link to a server on port %d (any more)\n",
+                             options.port);
         },
         Qt::DirectConnection);
 
@@ -166,6 +170,7 @@ int main(int argc, char** argv) {
     clock.start();
     link->start();
     const int rc = app.exec();
+    ending = true;
     delete window.commThread; // ends the link thread promptly
     // Closing the window wrote "Closing windows" for the dialog, without a line end.
     std::printf("\n");
