@@ -1,0 +1,199 @@
+// The laboratory's front-end: a driven pendulum and a heated plate, computed
+// by demo_server and shown here in 3-D views, plots, a chart and read-outs,
+// with the controls that steer both simulations.
+//
+//   demo_client [--port P] [--cycles N] [--screenshot FILE] [--verbose]
+//
+// --port P           the server's port on this machine (4848)
+// --cycles N         close by itself after N cycles (0, the default: run until
+//                    the window is closed)
+// --screenshot FILE  with --cycles, save a picture of the window before closing
+// --verbose          log the link's traffic to info.txt
+//
+// On closing it prints the cycles per second and how the time divided
+// between rendering and the exchange with the server.
+#include "FrontEnd.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QImage>
+#include <QPainter>
+#include <QPixmap>
+
+#include <QVTKOpenGLNativeWidget.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+struct Options {
+    int port = 4848;
+    int cycles = 0;
+    QString screenshot;
+    bool verbose = false;
+};
+
+void usage(FILE* to) {
+    std::fprintf(to,
+                 "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--verbose]\n");
+}
+
+Options parse(int argc, char** argv) {
+    Options o;
+    for (int i = 1; i < argc; ++i) {
+        const bool hasValue = i + 1 < argc;
+        if (std::strcmp(argv[i], "--port") == 0 && hasValue)
+            o.port = std::atoi(argv[++i]);
+        else if (std::strcmp(argv[i], "--cycles") == 0 && hasValue)
+            o.cycles = std::atoi(argv[++i]);
+        else if (std::strcmp(argv[i], "--screenshot") == 0 && hasValue)
+            o.screenshot = QString::fromLocal8Bit(argv[++i]);
+        else if (std::strcmp(argv[i], "--verbose") == 0)
+            o.verbose = true;
+        else if (std::strcmp(argv[i], "--help") == 0) {
+            usage(stdout);
+            std::exit(0);
+        } else {
+            usage(stderr);
+            std::exit(2);
+        }
+    }
+    return o;
+}
+
+/// True when most of the image is black: an OpenGL widget that the window's
+/// grab could not read back.
+bool mostlyBlack(const QImage& image) {
+    int black = 0, seen = 0;
+    for (int y = 0; y < image.height(); y += 7)
+        for (int x = 0; x < image.width(); x += 7, ++seen)
+            black += (image.pixel(x, y) & 0xffffff) == 0;
+    return seen > 0 && black > seen * 9 / 10;
+}
+
+/// The whole window as the user sees it. The 3-D views and the chart are
+/// painted in from their own frame buffers where the window's grab shows
+/// them black.
+QImage screenshot(QWidget& window, const QVector<QWidget*>& glWidgets) {
+    QImage shot = window.grab().toImage().convertToFormat(QImage::Format_RGB32);
+    QPainter painter(&shot);
+    for (QWidget* w : glWidgets) {
+        const QRect area(w->mapTo(&window, QPoint(0, 0)), w->size());
+        if (!mostlyBlack(shot.copy(area)))
+            continue;
+        if (auto* gl = qobject_cast<QOpenGLWidget*>(w))
+            painter.drawImage(area, gl->grabFramebuffer());
+    }
+    return shot;
+}
+
+/// Time spent so far, for the split between rendering and the exchange.
+struct Mark {
+    qint64 wallNs = 0;
+    double renderSeconds = 0;
+    int passes = 0;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    SurfaceFormat::prepare(); // before the QApplication exists
+    QApplication app(argc, argv);
+    const Options options = parse(argc, argv);
+
+    MainWindow window;
+    FrontEnd lab(window, QCoreApplication::applicationDirPath() + "/instructions.html");
+    CommThread* link = window.commThread;
+    link->setServerAddress("local");
+    link->setServerPort(options.port);
+    link->setVerbose(options.verbose);
+    link->getSocket()->setVerbose(options.verbose);
+
+    // Runs on the GUI thread after each render pass that the link thread
+    // asked for: the first follows the painting of the scene, then one per
+    // cycle.
+    QElapsedTimer clock;
+    Mark first, last, shown;
+    int cycles = -1;
+    bool saved = false;
+    auto mark = [&] {
+        return Mark{clock.nsecsElapsed(), window.renderSeconds(), window.renderPassCount()};
+    };
+    QObject::connect(
+        link, &CommThread::dataUpdated, &window,
+        [&] {
+            lab.afterCycle();
+            ++cycles;
+            last = mark();
+            if (cycles == 0) {
+                first = shown = last;
+                return;
+            }
+            if (last.wallNs - shown.wallNs > 1000000000) {
+                const double seconds = (last.wallNs - shown.wallNs) * 1e-9;
+                const double rendering = last.renderSeconds - shown.renderSeconds;
+                lab.setStatus(QString("cycle %1 · %2 cycles/s · rendering %3 % of the time")
+                                  .arg(cycles)
+                                  .arg((last.passes - shown.passes) / seconds, 0, 'f', 1)
+                                  .arg(100 * rendering / seconds, 0, 'f', 0));
+                shown = last;
+            }
+            if (options.cycles > 0 && cycles == options.cycles) {
+                if (!options.screenshot.isEmpty()) {
+                    saved = screenshot(window, lab.openGlWidgets()).save(options.screenshot);
+                    if (!saved)
+                        std::fprintf(stderr, "demo_client: cannot write %s\n",
+                                     qPrintable(options.screenshot));
+                }
+                window.close();
+            }
+        },
+        Qt::QueuedConnection);
+
+    // Said on the link thread, before the window closes itself; not when
+    // the front-end ends the link on its way out.
+    std::atomic<bool> ending{false};
+    QObject::connect(
+        link, &CommThread::connectionFailed, link,
+        [&] {
+            if (!ending)
+                std::fprintf(stderr, "demo_client: no link to a server on port %d (any more)\n",
+                             options.port);
+        },
+        Qt::DirectConnection);
+
+    window.resize(1280, 900);
+    window.show();
+    clock.start();
+    link->start();
+    const int rc = app.exec();
+    ending = true;
+    delete window.commThread; // ends the link thread promptly
+    // Closing the window wrote "Closing windows" for the dialog, without a line end.
+    std::printf("\n");
+    std::fflush(stdout);
+
+    if (cycles > 0) {
+        const double wall = (last.wallNs - first.wallNs) * 1e-9;
+        const double rendering = last.renderSeconds - first.renderSeconds;
+        const double exchange = wall - rendering;
+        std::printf("%d cycles in %.2f s: %.1f cycles/s\n", cycles, wall, cycles / wall);
+        std::printf("  rendering                 %6.2f s  %3.0f %%  %6.2f ms per cycle\n",
+                    rendering, 100 * rendering / wall, 1000 * rendering / cycles);
+        std::printf("  exchange with the server  %6.2f s  %3.0f %%  %6.2f ms per cycle\n", exchange,
+                    100 * exchange / wall, 1000 * exchange / cycles);
+        if (saved)
+            std::printf("screenshot saved to %s\n", qPrintable(options.screenshot));
+    }
+    if (options.cycles > 0 && cycles < options.cycles) {
+        std::fprintf(stderr, "demo_client: the link ended after %d of %d cycles\n", qMax(cycles, 0),
+                     options.cycles);
+        return 1;
+    }
+    if (!options.screenshot.isEmpty() && options.cycles > 0 && !saved)
+        return 1;
+    return rc;
+}
