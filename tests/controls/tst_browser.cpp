@@ -14,6 +14,10 @@ class TestBrowser : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase() {
+        if (qEnvironmentVariableIsSet("ORLAVEX_SANITIZER_RUN"))
+            QSKIP("QtWebEngine's Chromium does not start under the sanitizers");
+    }
     void cleanup() { Browser::setStartPage(QUrl()); }
 
     void newBrowserLoadsNothing() {
