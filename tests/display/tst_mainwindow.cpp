@@ -242,6 +242,7 @@ private slots:
         timer.start();
         w.close();
         delete link;
+        w.commThread = nullptr;
         QVERIFY(timer.elapsed() < 1000);
     }
 
@@ -273,6 +274,7 @@ private slots:
             timer.start();
             w.close();
             delete link;
+            w.commThread = nullptr;
         }
         QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
     }
