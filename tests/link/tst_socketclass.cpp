@@ -311,6 +311,9 @@ private slots:
         connectTo(socket, server);
         QElapsedTimer sinceClose;
         std::thread closer([&] {
+            // Not a synchronisation: before or during the wait, the close must
+            // end the call within one wait slice; the pause only makes "during"
+            // the usual case.
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
             sinceClose.start();
             socket.closeConnection();

@@ -3,7 +3,8 @@
 #include <chrono>
 
 ServerThread::ServerThread(Script script, int readTimeoutMs)
-    : m_script(std::move(script)), m_timeout(readTimeoutMs), m_port(m_portPromise.get_future()) {
+    : m_script(std::move(script)), m_timeout(readTimeoutMs), m_port(m_portPromise.get_future()),
+      m_done(m_donePromise.get_future()) {
     m_thread = std::thread([this] {
         SimulationServer server;
         server.setTimeout(m_timeout);
@@ -12,6 +13,7 @@ ServerThread::ServerThread(Script script, int readTimeoutMs)
         if (ok && server.waitForClient(m_timeout))
             m_script(server);
         m_finished = true;
+        m_donePromise.set_value();
     });
 }
 
@@ -23,12 +25,8 @@ ServerThread::~ServerThread() {
 quint16 ServerThread::port() { return m_port.get(); }
 
 bool ServerThread::wait(int ms) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (!m_finished.load()) {
-        if (std::chrono::steady_clock::now() > until)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    if (m_done.wait_for(std::chrono::milliseconds(ms)) != std::future_status::ready)
+        return false;
     if (m_thread.joinable())
         m_thread.join();
     return true;

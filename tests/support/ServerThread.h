@@ -29,5 +29,7 @@ private:
     std::promise<quint16> m_portPromise;
     std::shared_future<quint16> m_port;
     std::atomic<bool> m_finished{false};
+    std::promise<void> m_donePromise;
+    std::future<void> m_done;
     std::thread m_thread;
 };
