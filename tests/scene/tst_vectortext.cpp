@@ -16,12 +16,6 @@ namespace {
 QString shown(VectorText& t) {
     return QString::fromUtf8(t.getSource()->GetText());
 }
-
-QByteArray printfC(double v) {
-    char buffer[400];
-    std::snprintf(buffer, sizeof buffer, "%.2f", v);
-    return buffer;
-}
 } // namespace
 
 class TestVectorText : public QObject {
@@ -59,13 +53,11 @@ private slots:
             {"million", 1e6, "1000000.00"}, {"small negative", -0.004, "-0.00"},
             {"rounds up", 0.005, "0.01"},   // the double is slightly above 0.005
             {"rounds down", 2.675, "2.67"}, // the double is slightly below 2.675
-            {"exact tie", 0.125, "0.12"},   {"negative", -12.345678, "-12.35"},
-            {"zero", 0.0, "0.00"},          {"huge", 1e20, "100000000000000000000.00"},
+            {"exact tie", 0.125, "0.12"},   {"huge", 1e20, "100000000000000000000.00"},
         };
         for (const auto& c : cases) {
             QTest::newRow(c.name) << c.value << QString(c.expected) << false;
-            QTest::newRow(qPrintable(QString(c.name) + " (de_DE)"))
-                << c.value << QString(c.expected) << true;
+            QTest::addRow("%s (de_DE)", c.name) << c.value << QString(c.expected) << true;
         }
     }
     void number() {
@@ -83,54 +75,29 @@ private slots:
         std::mt19937_64 rng(7);
         std::uniform_real_distribution<double> mantissa(-10, 10);
         std::uniform_int_distribution<int> exponent(-6, 12);
+        char buffer[400];
         for (int i = 0; i < 20000; ++i) {
             const double v = mantissa(rng) * std::pow(10.0, exponent(rng));
-            QCOMPARE(QByteArray::fromStdString(VectorText::formatNumber(v)), printfC(v));
+            std::snprintf(buffer, sizeof buffer, "%.2f", v);
+            QCOMPARE(QByteArray::fromStdString(VectorText::formatNumber(v)), QByteArray(buffer));
         }
-        QCOMPARE(QByteArray::fromStdString(VectorText::formatNumber(1.7976931348623157e308)),
-                 printfC(1.7976931348623157e308));
     }
 
     void leadingAndTrailingTexts() {
         VectorText text;
-        QCOMPARE(text.getInteractiveValue(), 0);
         text.setInitText("T = ");
         text.setFinalText(" K");
         QCOMPARE(shown(text), QString()); // shows only at the next number
         text.setText(2.5);
         QCOMPARE(shown(text), QString("T = 2.50 K"));
-
-        text.setFinalText(" K");
-        text.setInitText("v=");
+        text.setFinalText(" K"); // appended
+        text.setInitText("v=");  // replaced
         text.setText(-1.0);
         QCOMPARE(shown(text), QString("v=-1.00 K K"));
-
         text.setText("plain");
         QCOMPARE(shown(text), QString("plain"));
-
-        text.setInitText(nullptr);
-        text.setFinalText(nullptr);
-        text.setText(1.0);
-        QCOMPARE(shown(text), QString("1.00 K K"));
         text.setText(static_cast<const char*>(nullptr));
         QCOMPARE(shown(text), QString());
-    }
-
-    void copiesHaveTextsOfTheirOwn() {
-        auto* original = new VectorText;
-        original->setInitText("a");
-        original->setInteractiveValue(1);
-        VectorText copy(*original);
-        VectorText assigned;
-        assigned = copy;
-        copy.setFinalText("b");
-        original->setText(1.0);
-        QCOMPARE(shown(*original), QString("a1.00"));
-        delete original;
-        copy.setText(2.0);
-        QCOMPARE(shown(copy), QString("a2.00b")); // the source is shared
-        QCOMPARE(assigned.getFinalText(), std::string());
-        QCOMPARE(assigned.getInteractiveValue(), 1);
     }
 };
 
