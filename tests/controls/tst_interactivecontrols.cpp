@@ -14,8 +14,6 @@
 #include <QLineEdit>
 #include <QSlider>
 
-#include <functional>
-
 namespace {
 // The base colour must be the same in every colour group, or a field that
 // loses focus would change colour. Transparent when the field has no colour.
@@ -45,20 +43,10 @@ QList<bool> collectBools(QSignalSpy& spy) {
         out << args.at(0).toBool();
     return out;
 }
-
-using Getter = std::function<QString*()>;
-using Setter = std::function<void(const char*)>;
 } // namespace
-
-Q_DECLARE_METATYPE(Getter)
-Q_DECLARE_METATYPE(Setter)
 
 class TestInteractiveControls : public QObject {
     Q_OBJECT
-    RadioButton radio;
-    CheckBox check;
-    Dialog dialog;
-
 private slots:
     void confirmKeysSendOnce_data() {
         QTest::addColumn<int>("key");
@@ -215,29 +203,23 @@ private slots:
     }
 
     // A pointer taken before a rename sees the new name; null empties it.
-    void names_data() {
-        QTest::addColumn<Getter>("get");
-        QTest::addColumn<Setter>("set");
-        QTest::newRow("RadioButton group name")
-            << Getter([this] { return radio.getGroupName(); })
-            << Setter([this](const char* n) { radio.setGroupName(n); });
-        QTest::newRow("CheckBox var name")
-            << Getter([this] { return check.getVarName(); })
-            << Setter([this](const char* n) { check.setVarName(n); });
-        QTest::newRow("Dialog var name") << Getter([this] { return dialog.getVarName(); })
-                                         << Setter([this](const char* n) { dialog.setVarName(n); });
-    }
     void names() {
-        QFETCH(Getter, get);
-        QFETCH(Setter, set);
-        QString* name = get();
-        QVERIFY(name && name->isEmpty());
-        set("Gr\xc3\xb6\xc3\x9f"
-            "e");
-        QCOMPARE(*get(), QString::fromUtf8("Größe"));
-        QCOMPARE(get(), name);
-        set(nullptr);
-        QVERIFY(get()->isEmpty());
+        RadioButton radio;
+        CheckBox check;
+        Dialog dialog;
+        QString* names[] = {radio.getGroupName(), check.getVarName(), dialog.getVarName()};
+        const char* utf8 = "Gr\xc3\xb6\xc3\x9f"
+                           "e";
+        radio.setGroupName(utf8);
+        check.setVarName(utf8);
+        dialog.setVarName(utf8);
+        for (QString* name : names)
+            QCOMPARE(*name, QString::fromUtf8("Größe"));
+        radio.setGroupName(nullptr);
+        check.setVarName(nullptr);
+        dialog.setVarName(nullptr);
+        for (QString* name : names)
+            QVERIFY(name->isEmpty());
     }
 };
 

@@ -36,35 +36,51 @@ namespace {
 using Values = QVector<double>;
 using Probe = std::function<Values()>; // calls setters, reads the source back
 
-struct Kind {
-    std::function<std::unique_ptr<DrawableSource>()> make;
-    std::function<std::unique_ptr<DrawableSource>(const DrawableSource&)> copy;
-    std::function<void(DrawableSource&, const DrawableSource&)> assign;
-    std::function<vtkPolyDataAlgorithm*(const DrawableSource&)> source;
-};
-
-template <class T> Kind kind() {
-    return {[] { return std::make_unique<T>(); },
-            [](const DrawableSource& d) { return std::make_unique<T>(static_cast<const T&>(d)); },
-            [](DrawableSource& to, const DrawableSource& from) {
-                static_cast<T&>(to) = static_cast<const T&>(from);
-            },
-            [](const DrawableSource& d) { return static_cast<const T&>(d).getSource(); }};
-}
-
-Values xyz(const double* p) {
-    return {p[0], p[1], p[2]};
-}
 Values values(const double* p) {
-    return xyz(p);
+    return {p[0], p[1], p[2]};
 }
 Values values(double v) {
     return {v};
 }
+
+// Copies share the source and mapper, each holding a reference of its own;
+// painted without any setter, the solid shows the source's default shape.
+template <class T> void copiesAndPaint() {
+    T solid;
+    auto* source = solid.getSource();
+    vtkMapper* mapper = solid.getActor()->GetMapper();
+    const int sourceRefs = source->GetReferenceCount();
+    const int mapperRefs = mapper->GetReferenceCount();
+    {
+        T copy(solid);
+        QVERIFY(copy.getSource() == source);
+        QCOMPARE(mapper->GetReferenceCount(), mapperRefs + 1);
+        // Assignment drops the target's own objects and shares the original's.
+        T target;
+        vtkWeakPointer<vtkObject> oldSource = target.getSource();
+        vtkWeakPointer<vtkObject> oldMapper = target.getActor()->GetMapper();
+        target = solid;
+        QVERIFY(oldSource == nullptr && oldMapper == nullptr);
+        QCOMPARE(source->GetReferenceCount(), sourceRefs + 2);
+    }
+    QCOMPARE(source->GetReferenceCount(), sourceRefs);
+    QCOMPARE(mapper->GetReferenceCount(), mapperRefs);
+
+    vtkNew<vtkRenderer> renderer;
+    solid.setRenderer(renderer);
+    solid.paint();
+    QCOMPARE(renderer->GetActors()->GetNumberOfItems(), 1);
+    source->Update();
+    QVERIFY(source->GetOutput()->GetNumberOfCells() > 0);
+    double expected[6], shown[6];
+    source->GetOutput()->GetBounds(expected);
+    solid.getActor()->GetBounds(shown);
+    QCOMPARE(Values(shown, shown + 6), Values(expected, expected + 6));
+}
 } // namespace
 
 Q_DECLARE_METATYPE(Probe)
-Q_DECLARE_METATYPE(Kind)
+Q_DECLARE_METATYPE(std::function<void()>)
 
 class TestDrawable : public QObject {
     Q_OBJECT
@@ -106,12 +122,12 @@ private slots:
         DrawableSource d;
         d.rotateZ(10);
         d.rotateZ(10);
-        const Values turned = xyz(d.getActor()->GetOrientation());
+        const Values turned = values(d.getActor()->GetOrientation());
         QVERIFY2(qAbs(turned[0]) + qAbs(turned[1]) + qAbs(turned[2] - 20) < 1e-9,
                  qPrintable(QString::number(turned[2], 'g', 17)));
         QCOMPARE(d.getRotationZ(), 10.0); // the last relative turn
         d.setScale(2);
-        QCOMPARE(xyz(d.getActor()->GetScale()), (Values{2, 2, 2}));
+        QCOMPARE(values(d.getActor()->GetScale()), (Values{2, 2, 2}));
         QCOMPARE(d.getScaleY(), 2.0);
         d.SetLineWidth(3);
         QCOMPARE(d.getProperty()->GetLineWidth(), 3.0f);
@@ -219,61 +235,30 @@ private slots:
     }
 
     void solidCopiesAndPaint_data() {
-        QTest::addColumn<Kind>("k");
-        QTest::newRow("Sphere") << kind<Sphere>();
-        QTest::newRow("Cube") << kind<Cube>();
-        QTest::newRow("Cone") << kind<Cone>();
-        QTest::newRow("Cylinder") << kind<Cylinder>();
-        QTest::newRow("Arrow") << kind<Arrow>();
-        QTest::newRow("DiskSource") << kind<DiskSource>();
-        QTest::newRow("Plane") << kind<Plane>();
-        QTest::newRow("RegularPolygon") << kind<RegularPolygon>();
+        QTest::addColumn<std::function<void()>>("check");
+        QTest::newRow("Sphere") << std::function<void()>(copiesAndPaint<Sphere>);
+        QTest::newRow("Cube") << std::function<void()>(copiesAndPaint<Cube>);
+        QTest::newRow("Cone") << std::function<void()>(copiesAndPaint<Cone>);
+        QTest::newRow("Cylinder") << std::function<void()>(copiesAndPaint<Cylinder>);
+        QTest::newRow("Arrow") << std::function<void()>(copiesAndPaint<Arrow>);
+        QTest::newRow("DiskSource") << std::function<void()>(copiesAndPaint<DiskSource>);
+        QTest::newRow("Plane") << std::function<void()>(copiesAndPaint<Plane>);
+        QTest::newRow("RegularPolygon") << std::function<void()>(copiesAndPaint<RegularPolygon>);
     }
     void solidCopiesAndPaint() {
-        QFETCH(Kind, k);
-        auto solid = k.make();
-        vtkPolyDataAlgorithm* source = k.source(*solid);
-        vtkMapper* mapper = solid->getActor()->GetMapper();
-        QVERIFY(mapper != nullptr);
-        const int sourceRefs = source->GetReferenceCount();
-        const int mapperRefs = mapper->GetReferenceCount();
-        {
-            auto copy = k.copy(*solid);
-            QVERIFY(k.source(*copy) == source);
-            QCOMPARE(mapper->GetReferenceCount(), mapperRefs + 1);
-            // Assignment drops the target's own objects and shares the original's.
-            auto target = k.make();
-            vtkWeakPointer<vtkPolyDataAlgorithm> oldSource = k.source(*target);
-            vtkWeakPointer<vtkMapper> oldMapper = target->getActor()->GetMapper();
-            k.assign(*target, *solid);
-            QVERIFY(oldSource == nullptr && oldMapper == nullptr);
-            QCOMPARE(source->GetReferenceCount(), sourceRefs + 2);
-        }
-        QCOMPARE(source->GetReferenceCount(), sourceRefs);
-        QCOMPARE(mapper->GetReferenceCount(), mapperRefs);
-
-        // Painted without any setter, the solid shows the source's default shape.
-        vtkNew<vtkRenderer> renderer;
-        solid->setRenderer(renderer);
-        solid->paint();
-        QCOMPARE(renderer->GetActors()->GetNumberOfItems(), 1);
-        source->Update();
-        QVERIFY(source->GetOutput()->GetNumberOfCells() > 0);
-        double expected[6], shown[6];
-        source->GetOutput()->GetBounds(expected);
-        solid->getActor()->GetBounds(shown);
-        QCOMPARE(Values(shown, shown + 6), Values(expected, expected + 6));
+        QFETCH(std::function<void()>, check);
+        check();
     }
 
     void planeCornerIsNotActorOrigin() {
         Plane p;
         p.setOriginPoint(1, 2, 3);
         p.getSource()->Update();
-        QCOMPARE(xyz(p.getSource()->GetOutput()->GetPoint(0)), (Values{1, 2, 3}));
-        QCOMPARE(xyz(p.getActor()->GetOrigin()), (Values{0, 0, 0}));
+        QCOMPARE(values(p.getSource()->GetOutput()->GetPoint(0)), (Values{1, 2, 3}));
+        QCOMPARE(values(p.getActor()->GetOrigin()), (Values{0, 0, 0}));
         p.setOrigin(4, 5, 6);
-        QCOMPARE(xyz(p.getActor()->GetOrigin()), (Values{4, 5, 6}));
-        QCOMPARE(xyz(p.getSource()->GetOrigin()), (Values{1, 2, 3}));
+        QCOMPARE(values(p.getActor()->GetOrigin()), (Values{4, 5, 6}));
+        QCOMPARE(values(p.getSource()->GetOrigin()), (Values{1, 2, 3}));
     }
 
     void cubeLengthTimesScale() {

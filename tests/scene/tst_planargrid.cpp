@@ -112,24 +112,20 @@ private slots:
         QCOMPARE(grid->getVectors()->GetNumberOfTuples(), vtkIdType(cells));
     }
 
-    void setLengthRespacesOneAxis() {
+    // A length re-spaces its own axis; a new origin shows at the next rebuild.
+    void lengthAndOrigin() {
         auto grid = makeGrid(1, 2, 3, 3, 6, 5, 3, 2, 0);
-        const QString yBefore = values(grid->getYCoordinates());
+        const QString y = values(grid->getYCoordinates());
         grid->setLengthx(6);
         QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7}));
-        QCOMPARE(values(grid->getYCoordinates()), yBefore);
+        QCOMPARE(values(grid->getYCoordinates()), y);
         QCOMPARE(point(grid->getGlyphPoints(), 1), text({4, 3.5f, 3}));
-    }
-
-    void originShowsAtNextRebuild() {
-        auto grid = makeGrid(0, 0, 0, 4, 4, 0, 4, 4, 0);
-        const QString x = values(grid->getXCoordinates()), y = values(grid->getYCoordinates());
         grid->setx0y0z0(10, 20, 30);
-        QCOMPARE(values(grid->getXCoordinates()), x);
-        grid->setLengthx(4);
-        QCOMPARE(values(grid->getXCoordinates()), text({10, 11, 12, 13, 14}));
+        QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7}));
+        grid->setLengthx(3);
+        QCOMPARE(values(grid->getXCoordinates()), text({10, 11, 12, 13}));
         QCOMPARE(values(grid->getYCoordinates()), y); // moves with setLengthy only
-        QCOMPARE(point(grid->getGlyphPoints(), 0), text({10.5f, 20.5f, 30}));
+        QCOMPARE(point(grid->getGlyphPoints(), 0), text({10.5f, 21.5f, 30}));
     }
 
     void setDimensionsCountsLines() {
