@@ -16,16 +16,13 @@
 
 namespace {
 // The base colour must be the same in every colour group, or a field that
-// loses focus would change colour. Transparent when the field has no colour.
+// loses focus would change colour.
 QColor shadeOf(NumberField& field) {
-    auto* edit = field.findChild<QLineEdit*>();
-    const QPalette p = edit->palette();
+    const QPalette p = field.findChild<QLineEdit*>()->palette();
     const QColor base = p.color(QPalette::Active, QPalette::Base);
-    if (!edit->testAttribute(Qt::WA_SetPalette) ||
-        p.color(QPalette::Inactive, QPalette::Base) != base ||
-        p.color(QPalette::Disabled, QPalette::Base) != base)
-        return Qt::transparent;
-    return base;
+    const bool same = p.color(QPalette::Inactive, QPalette::Base) == base &&
+                      p.color(QPalette::Disabled, QPalette::Base) == base;
+    return same ? base : QColor(Qt::transparent);
 }
 
 using Sent = QList<QPair<double, int>>;
@@ -153,28 +150,26 @@ private slots:
         QCOMPARE(sent.size(), 3);
     }
 
-    void checkBoxSendsNegation() {
-        CheckBox box;
-        box.setText(QStringLiteral("hide"));
-        box.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&box));
-        QSignalSpy spy(&box, &CheckBox::sigValueChanged);
-        QTest::mouseClick(&box, Qt::LeftButton);
-        QTest::mouseClick(&box, Qt::LeftButton);
-        QCOMPARE(collectBools(spy), (QList<bool>{false, true}));
-    }
-
-    void pauseButtonTextsAndValues() {
-        PauseButton button;
-        QCOMPARE(button.text(), QStringLiteral("play"));
-        button.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&button));
-        QSignalSpy spy(&button, &PauseButton::sigValueChanged);
-        QTest::mouseClick(&button, Qt::LeftButton);
-        QCOMPARE(button.text(), QStringLiteral("Pause"));
-        QTest::mouseClick(&button, Qt::LeftButton);
-        QCOMPARE(button.text(), QStringLiteral("Play"));
-        QCOMPARE(collectBools(spy), (QList<bool>{true, false}));
+    // The check box sends the negation of its state; the pause button its state.
+    void checkBoxAndPauseButton() {
+        Panel panel;
+        auto* box = new CheckBox;
+        auto* pause = new PauseButton;
+        panel.addWidget(box);
+        panel.addWidget(pause);
+        QCOMPARE(pause->text(), QStringLiteral("play"));
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        QSignalSpy boxSent(box, &CheckBox::sigValueChanged);
+        QSignalSpy pauseSent(pause, &PauseButton::sigValueChanged);
+        QTest::mouseClick(box, Qt::LeftButton);
+        QTest::mouseClick(pause, Qt::LeftButton);
+        QCOMPARE(pause->text(), QStringLiteral("Pause"));
+        QTest::mouseClick(box, Qt::LeftButton);
+        QTest::mouseClick(pause, Qt::LeftButton);
+        QCOMPARE(pause->text(), QStringLiteral("Play"));
+        QCOMPARE(collectBools(boxSent), (QList<bool>{false, true}));
+        QCOMPARE(collectBools(pauseSent), (QList<bool>{true, false}));
     }
 
     void slider_data() {

@@ -39,13 +39,6 @@ QVector<int> range(int from, int to) {
         v << i;
     return v;
 }
-void feed(TrailQwt& trail, const QVector<QPointF>& points) {
-    for (const QPointF& p : points) {
-        QVector<double> v{p.x(), p.y()};
-        trail.insertXY(&v);
-    }
-}
-
 bool show(QWidget& w) {
     w.resize(500, 300);
     w.show();
@@ -70,7 +63,10 @@ private slots:
         QTest::addColumn<QVector<int>>("kept");
         QTest::newRow("every point") << 500 << 0 << 4 << range(1, 4);
         QTest::newRow("skip 2 of 1..9") << 500 << 2 << 9 << QVector<int>{3, 6, 9};
-        QTest::newRow("501st removes the first") << 0 << 0 << 501 << range(2, 501);
+        // Limits outside 1..500 stand for 500.
+        QTest::newRow("max 0, 501st removes the first") << 0 << 0 << 501 << range(2, 501);
+        QTest::newRow("max 501") << 501 << 0 << 501 << range(2, 501);
+        QTest::newRow("max -3") << -3 << 0 << 501 << range(2, 501);
         QTest::newRow("max 1 keeps the newest") << 1 << 0 << 7 << QVector<int>{7};
         // Full with skip > 0: max - 1 and max points shown in turn.
         QTest::newRow("full, skip 1, 9 points") << 3 << 1 << 9 << QVector<int>{6, 8};
@@ -88,22 +84,6 @@ private slots:
         trail.setNSkip(skip);
         feed(trail, 1, count);
         QCOMPARE(shownX(trail), kept);
-    }
-
-    void setNMaxPointsBounds_data() {
-        QTest::addColumn<int>("given");
-        QTest::addColumn<int>("stored");
-        for (int n : {0, 501, -3})
-            QTest::addRow("%d", n) << n << 500;
-        QTest::newRow("1") << 1 << 1;
-    }
-    void setNMaxPointsBounds() {
-        QFETCH(int, given);
-        QFETCH(int, stored);
-        TrailQwt trail(QStringLiteral("t"));
-        trail.setNMaxPoints(7);
-        trail.setNMaxPoints(given);
-        QCOMPARE(trail.getNMaxPoints(), stored);
     }
 
     void loweredLimitTrimsAtNextPoint() {
@@ -243,7 +223,7 @@ private slots:
         PlottingPanelQwt plot;
         TrailQwt trail(QStringLiteral("t"));
         trail.attachToPlot(&plot);
-        feed(trail, {{0, 0}, {10, 100}});
+        feed(trail, 0, 10); // up to (10, 100)
         QVERIFY(show(plot));
         plot.replot();
         plot.getZoomer()->zoom(QRectF(2, 20, 2, 20));
@@ -273,7 +253,7 @@ private slots:
         trail.attachToPlot(&plot);
         const QColor colour(0, 160, 0);
         trail.getCurve()->setPen(colour, 3);
-        feed(trail, {{0, 0}, {5, 5}, {10, 10}});
+        feed(trail, 0, 10);
         QVERIFY(show(plot));
         plot.replot();
 
@@ -288,8 +268,8 @@ private slots:
                         return true;
             return false;
         };
-        PROBE_VERIFY(colourNear(2.5, 2.5) && colourNear(7.5, 7.5), image, "trail");
-        PROBE_VERIFY(!colourNear(8, 2), image, "trail"); // off the curve
+        PROBE_VERIFY(colourNear(2.5, 25) && colourNear(7.5, 75), image, "trail");
+        PROBE_VERIFY(!colourNear(8, 20), image, "trail"); // off the curve
     }
 };
 
