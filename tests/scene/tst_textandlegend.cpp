@@ -1,6 +1,6 @@
 // VectorText: the number format (also under a locale with a decimal comma)
 // and how the leading and trailing texts join the number. ScalarBar: its
-// colour table, the legend's layout and its painting.
+// colour table, layout and label format (painting is in tst_screenshots).
 #include <Orlavex/scene/ScalarBar.h>
 #include <Orlavex/scene/VectorText.h>
 
@@ -8,11 +8,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <vtkActor2DCollection.h>
 #include <vtkLookupTable.h>
-#include <vtkRenderer.h>
 #include <vtkScalarBarActor.h>
-#include <vtkSmartPointer.h>
 #include <vtkTextProperty.h>
 #include <vtkVectorText.h>
 
@@ -173,17 +170,6 @@ private slots:
         bar.setScalarBar(nullptr, 0, 0, 1, 1, 3, 16, format.isNull() ? nullptr : format.data(), 0);
         QCOMPARE(QByteArray(bar.getScalarBar()->GetLabelFormat()),
                  accepted ? format : QByteArray("%.2f"));
-    }
-
-    void legendPaintHandsOverTheTable() {
-        ScalarBar bar;
-        bar.paint(); // no renderer: nothing to add to
-        auto renderer = vtkSmartPointer<vtkRenderer>::New();
-        bar.setRenderer(renderer);
-        bar.setLut(0.667f, 0, 0, 40, 1, 1);
-        bar.paint();
-        QCOMPARE(bar.getScalarBar()->GetLookupTable(), bar.getLut());
-        QCOMPARE(renderer->GetActors2D()->GetNumberOfItems(), 1);
     }
 };
 
