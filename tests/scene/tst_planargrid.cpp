@@ -3,13 +3,13 @@
 
 #include <QtTest>
 
-#include <vtkActor.h>
 #include <vtkActorCollection.h>
 #include <vtkDataSetMapper.h>
 #include <vtkFloatArray.h>
 #include <vtkGlyph3D.h>
 #include <vtkLookupTable.h>
 #include <vtkPoints.h>
+#include <vtkPolyData.h>
 #include <vtkRectilinearGrid.h>
 #include <vtkRenderer.h>
 #include <vtkSmartPointer.h>
@@ -18,23 +18,17 @@
 #include <stdexcept>
 
 using Floats = QVector<float>;
-using Point = QVector<float>;
 
 namespace {
-struct Geometry {
-    float x0 = 0, y0 = 0, z0 = 0;
-    float lx = 1, ly = 1, lz = 1;
-    int nx = 1, ny = 1, nz = 1;
-};
-
-std::unique_ptr<PlanarGrid> makeGrid(const Geometry& g, int displayVectors = 1) {
+std::unique_ptr<PlanarGrid> makeGrid(float x0, float y0, float z0, float lx, float ly, float lz,
+                                     int nx, int ny, int nz, int displayVectors = 1) {
     // Generous arrays: the grid reads only as many values as it has cells.
     std::vector<float> colors(1000), magnitudes(1000, 1.0f);
     for (std::size_t i = 0; i < colors.size(); ++i)
         colors[i] = float(i);
-    return std::make_unique<PlanarGrid>(g.x0, g.y0, g.z0, g.lx, g.ly, g.lz, g.nx, g.ny, g.nz,
-                                        colors.data(), magnitudes.data(), 0.667f, 0.0f, 1, 1, 1, 1,
-                                        1, 1, 0, 10, 1, 1, displayVectors);
+    return std::make_unique<PlanarGrid>(x0, y0, z0, lx, ly, lz, nx, ny, nz, colors.data(),
+                                        magnitudes.data(), 0.667f, 0.0f, 1, 1, 1, 1, 1, 1, 0, 10, 1,
+                                        1, displayVectors);
 }
 
 // Values are compared as text with four decimals, so that single-precision
@@ -59,17 +53,10 @@ QString point(vtkPoints* points, vtkIdType id) {
     return text({float(p[0]), float(p[1]), float(p[2])});
 }
 
-QVector<double> rgb(vtkLookupTable* lut, double value) {
+bool colourNear(vtkLookupTable* lut, double value, double r, double g, double b) {
     double c[3];
     lut->GetColor(value, c);
-    return {c[0], c[1], c[2]};
-}
-
-bool near(const QVector<double>& a, const QVector<double>& b) {
-    for (int i = 0; i < 3; ++i)
-        if (qAbs(a[i] - b[i]) > 0.02)
-            return false;
-    return true;
+    return qAbs(c[0] - r) < 0.02 && qAbs(c[1] - g) < 0.02 && qAbs(c[2] - b) < 0.02;
 }
 } // namespace
 
@@ -85,23 +72,21 @@ private slots:
         QTest::addColumn<Floats>("xLines");
         QTest::addColumn<Floats>("zLines");
         QTest::addColumn<int>("glyphs");
-        QTest::addColumn<Point>("firstGlyph");
-        QTest::addColumn<Point>("secondGlyph");
+        QTest::addColumn<Floats>("firstGlyph");
+        QTest::addColumn<Floats>("secondGlyph");
         // Origin (1, 2, 3), lengths (8, 6, 5) throughout.
         QTest::newRow("4x3x0") << 4 << 3 << 0 << 12 << Floats{1, 3, 5, 7, 9} << Floats{3} << 6
-                               << Point{2, 3, 3} << Point{2, 5, 3};
+                               << Floats{2, 3, 3} << Floats{2, 5, 3};
         QTest::newRow("10x8x1") << 10 << 8 << 1 << 80
                                 << Floats{1, 1.8f, 2.6f, 3.4f, 4.2f, 5, 5.8f, 6.6f, 7.4f, 8.2f, 9}
-                                << Floats{3, 8} << 63 << Point{1.4f, 2.375f, 5.5f}
-                                << Point{1.4f, 3.125f, 5.5f};
+                                << Floats{3, 8} << 63 << Floats{1.4f, 2.375f, 5.5f}
+                                << Floats{1.4f, 3.125f, 5.5f};
         QTest::newRow("1x1x1") << 1 << 1 << 1 << 1 << Floats{1, 9} << Floats{3, 8} << 1
-                               << Point{5, 5, 5.5f} << Point{};
-        QTest::newRow("1x5x0") << 1 << 5 << 0 << 5 << Floats{1, 9} << Floats{3} << 4
-                               << Point{5, 2.6f, 3} << Point{5, 3.8f, 3};
+                               << Floats{5, 5, 5.5f} << Floats{};
         // x slowest, z fastest: the second position is one step along z.
         QTest::newRow("4x4x4") << 4 << 4 << 4 << 64 << Floats{1, 3, 5, 7, 9}
-                               << Floats{3, 4.25f, 5.5f, 6.75f, 8} << 27 << Point{2, 2.75f, 3.625f}
-                               << Point{2, 2.75f, 4.875f};
+                               << Floats{3, 4.25f, 5.5f, 6.75f, 8} << 27 << Floats{2, 2.75f, 3.625f}
+                               << Floats{2, 2.75f, 4.875f};
     }
     void construction() {
         QFETCH(int, nx);
@@ -111,117 +96,79 @@ private slots:
         QFETCH(Floats, xLines);
         QFETCH(Floats, zLines);
         QFETCH(int, glyphs);
-        QFETCH(Point, firstGlyph);
-        QFETCH(Point, secondGlyph);
-        auto grid = makeGrid({1, 2, 3, 8, 6, 5, nx, ny, nz});
-
+        QFETCH(Floats, firstGlyph);
+        QFETCH(Floats, secondGlyph);
+        auto grid = makeGrid(1, 2, 3, 8, 6, 5, nx, ny, nz);
         QCOMPARE(grid->getCellNumber(), cells);
         QCOMPARE(grid->getGrid()->GetNumberOfCells(), vtkIdType(cells));
-        QCOMPARE(grid->getScalars()->GetNumberOfValues(), vtkIdType(cells));
         QCOMPARE(grid->getScalars()->GetValue(cells - 1), float(cells - 1));
         QCOMPARE(values(grid->getXCoordinates()), text(xLines));
         QCOMPARE(values(grid->getZCoordinates()), text(zLines));
-        QCOMPARE(grid->getDz(), nz > 0 ? 5.0f / float(nz) : 0.0f);
         QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(glyphs));
         QCOMPARE(point(grid->getGlyphPoints(), 0), text(firstGlyph));
         if (glyphs > 1)
             QCOMPARE(point(grid->getGlyphPoints(), 1), text(secondGlyph));
         QCOMPARE(grid->getMagnitudes()->GetNumberOfValues(), vtkIdType(cells));
         QCOMPARE(grid->getVectors()->GetNumberOfTuples(), vtkIdType(cells));
-        double v[3];
-        grid->getVectors()->GetTuple(cells - 1, v);
-        QCOMPARE(v[0], 1.0);
-        QCOMPARE(v[1], 0.0);
     }
 
-    void setLengthRespacesOneAxis() {
-        auto grid = makeGrid({1, 2, 3, 3, 6, 5, 3, 2, 0});
-        const QString yBefore = values(grid->getYCoordinates());
+    // A length re-spaces its own axis; a new origin shows at the next rebuild.
+    void lengthAndOrigin() {
+        auto grid = makeGrid(1, 2, 3, 3, 6, 5, 3, 2, 0);
+        const QString y = values(grid->getYCoordinates());
         grid->setLengthx(6);
         QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7}));
-        QCOMPARE(grid->getDx(), 2.0f);
-        QCOMPARE(values(grid->getYCoordinates()), yBefore);
-        QCOMPARE(point(grid->getGlyphPoints(), 0), text({2, 3.5f, 3}));
+        QCOMPARE(values(grid->getYCoordinates()), y);
         QCOMPARE(point(grid->getGlyphPoints(), 1), text({4, 3.5f, 3}));
-    }
-
-    void originShowsAtNextRebuild() {
-        auto grid = makeGrid({0, 0, 0, 4, 4, 0, 4, 4, 0});
-        const QString x = values(grid->getXCoordinates()), y = values(grid->getYCoordinates());
-        const QString glyph = point(grid->getGlyphPoints(), 0);
         grid->setx0y0z0(10, 20, 30);
-        QCOMPARE(values(grid->getXCoordinates()), x);
-        QCOMPARE(point(grid->getGlyphPoints(), 0), glyph);
-
-        grid->setLengthx(4);
-        QCOMPARE(values(grid->getXCoordinates()), text({10, 11, 12, 13, 14}));
+        QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7}));
+        grid->setLengthx(3);
+        QCOMPARE(values(grid->getXCoordinates()), text({10, 11, 12, 13}));
         QCOMPARE(values(grid->getYCoordinates()), y); // moves with setLengthy only
-        QCOMPARE(point(grid->getGlyphPoints(), 0), text({10.5f, 20.5f, 30}));
-        grid->setLengthy(8);
-        QCOMPARE(values(grid->getYCoordinates()), text({20, 22, 24, 26, 28}));
+        QCOMPARE(point(grid->getGlyphPoints(), 0), text({10.5f, 21.5f, 30}));
     }
 
     void setDimensionsCountsLines() {
-        auto grid = makeGrid({1, 2, 3, 8, 4, 2, 4, 4, 1});
-        QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(9));
+        auto grid = makeGrid(1, 2, 3, 8, 4, 2, 4, 4, 1);
         grid->setDimensions(5, 5, 1);
         QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7, 9}));
         QCOMPARE(values(grid->getYCoordinates()), text({2, 3, 4, 5, 6}));
         QCOMPARE(values(grid->getZCoordinates()), text({3}));
-        QCOMPARE(grid->getDz(), 0.0f);
-        int dims[3];
-        grid->getGrid()->GetDimensions(dims);
-        QCOMPARE(dims[0], 5);
-        QCOMPARE(dims[2], 1);
         QCOMPARE(grid->getGrid()->GetNumberOfCells(), vtkIdType(16));
         QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(16));
         QCOMPARE(point(grid->getGlyphPoints(), 15), text({8, 5.5f, 3}));
-        QCOMPARE(grid->getCellNumber(), 16);
-        QCOMPARE(grid->getScalars()->GetNumberOfValues(), vtkIdType(16));
 
         // Fewer positions overwrite the front and keep the rest.
-        const QString tail = point(grid->getGlyphPoints(), 15);
         grid->setDimensions(3, 3, 1);
         QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(16));
-        QCOMPARE(point(grid->getGlyphPoints(), 0), text({3, 3, 3}));
         QCOMPARE(point(grid->getGlyphPoints(), 3), text({7, 5, 3}));
-        QCOMPARE(point(grid->getGlyphPoints(), 15), tail);
-    }
+        QCOMPARE(point(grid->getGlyphPoints(), 15), text({8, 5.5f, 3}));
 
-    void setDimensionsRefusesMoreCellsThanValues() {
-        auto grid = makeGrid({0, 0, 0, 4, 4, 0, 4, 4, 0});
-        const QString x = values(grid->getXCoordinates());
+        // More cells than the value arrays hold is refused.
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("setDimensions.*refused"));
         grid->setDimensions(6, 5, 1);
-        QCOMPARE(values(grid->getXCoordinates()), x);
-        QCOMPARE(grid->getNx(), 4);
-        QCOMPARE(grid->getGrid()->GetNumberOfCells(), vtkIdType(16));
+        QCOMPARE(grid->getGrid()->GetNumberOfCells(), vtkIdType(4));
     }
 
     void vectorLayer_data() {
         QTest::addColumn<int>("displayVectors");
         QTest::newRow("without vectors") << 0;
         QTest::newRow("with vectors") << 1;
-        QTest::newRow("any nonzero value") << -2;
     }
     void vectorLayer() {
         QFETCH(int, displayVectors);
-        auto grid = makeGrid({0, 0, 0, 2, 2, 0, 2, 2, 0}, displayVectors);
-        QCOMPARE(grid->getDisplayVectors(), displayVectors);
+        auto grid = makeGrid(0, 0, 0, 2, 2, 0, 2, 2, 0, displayVectors);
         auto renderer = vtkSmartPointer<vtkRenderer>::New();
         grid->setRenderer(renderer);
         grid->paint();
         QCOMPARE(renderer->GetActors()->GetNumberOfItems(), displayVectors ? 2 : 1);
-
         if (!displayVectors) {
             // Nothing is read from the pointers, so null ones are fine.
             grid->setVectorMagnitude(nullptr);
             grid->setVectors(nullptr);
             grid->setScaleVector(7);
-            QCOMPARE(grid->getScaleVector(), 1.0f);
             QCOMPARE(grid->getGlyph()->GetNumberOfInputConnections(0), 0);
             QCOMPARE(grid->getMagnitudes()->GetNumberOfValues(), vtkIdType(0));
-            QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(0));
             return;
         }
         float magnitudes[] = {0.5f, 1, 1.5f, 2};
@@ -229,35 +176,23 @@ private slots:
         grid->setVectorMagnitude(magnitudes);
         grid->setVectors(vectors);
         grid->setScaleVector(0.25f);
-        QCOMPARE(QString(grid->getMagnitudes()->GetName()), QString("magnitude"));
         QCOMPARE(values(grid->getMagnitudes()), text({0.5f, 1, 1.5f, 2}));
-        double v[3];
-        grid->getVectors()->GetTuple(2, v);
-        QCOMPARE(v[0], 1.0);
-        QCOMPARE(v[1], 1.0);
-        grid->getVectors()->GetTuple(3, v);
-        QCOMPARE(v[0], -1.0);
-        QCOMPARE(grid->getGlyph()->GetScaleFactor(), 0.25);
-        // One arrow per glyph position (one here), its size from magnitude × scale.
+        QCOMPARE(grid->getVectors()->GetTuple(3)[0], -1.0);
+        // One arrow (one glyph position here), magnitude × scale long, along y.
         grid->getGlyph()->Update();
-        QVERIFY(grid->getGlyph()->GetOutput()->GetNumberOfPoints() > 0);
         double bounds[6];
         grid->getGlyph()->GetOutput()->GetBounds(bounds);
         QVERIFY2(qAbs(bounds[3] - bounds[2] - 0.5 * 0.25) < 1e-3, "arrow 0.125 long along y");
     }
 
     void setCellColors() {
-        auto grid = makeGrid({0, 0, 0, 2, 2, 0, 2, 2, 0});
-        vtkMTimeType before = grid->getScalars()->GetMTime();
+        auto grid = makeGrid(0, 0, 0, 2, 2, 0, 2, 2, 0);
         grid->setCellColors({9, 8, 7, 6, 5});
         QCOMPARE(values(grid->getScalars()), text({9, 8, 7, 6}));
-        QVERIFY(grid->getScalars()->GetMTime() > before);
-
-        before = grid->getScalars()->GetMTime();
+        const vtkMTimeType before = grid->getScalars()->GetMTime();
         QVERIFY_EXCEPTION_THROWN(grid->setCellColors({1, 2}), std::out_of_range);
         QCOMPARE(values(grid->getScalars()), text({1, 2, 7, 6}));
-        QVERIFY(grid->getScalars()->GetMTime() > before);
-        QVERIFY_EXCEPTION_THROWN(grid->setCellColors({}), std::out_of_range);
+        QVERIFY(grid->getScalars()->GetMTime() > before); // what was stored shows
     }
 
     void colourTables_data() {
@@ -276,19 +211,14 @@ private slots:
         QFETCH(int, ramp);
         QFETCH(int, vtkScale);
         QFETCH(int, vtkRamp);
-        auto grid = makeGrid({0, 0, 0, 2, 2, 0, 2, 2, 0});
+        auto grid = makeGrid(0, 0, 0, 2, 2, 0, 2, 2, 0);
         grid->setCellLUT(0.667f, 0, 1, 1, 1, 1, 1, 1, 0, 10, scale, ramp);
         grid->setVectorLUT(0.667f, 0, 1, 1, 1, 1, 1, 1, 0, 10, scale, ramp);
         for (vtkLookupTable* lut : {grid->getCellLUT(), grid->getVectorLUT()}) {
             QCOMPARE(lut->GetScale(), vtkScale);
             QCOMPARE(lut->GetRamp(), vtkRamp);
-            QCOMPARE(lut->GetRange()[1], 10.0);
-            QVERIFY(near(rgb(lut, 10), {1, 0, 0}));
-            if (vtkScale == VTK_SCALE_LINEAR)
-                QVERIFY(near(rgb(lut, 0), {0, 0, 1}));
-            double rgba[4];
-            lut->GetTableValue(0, rgba);
-            QCOMPARE(rgba[3], 1.0);
+            QVERIFY(colourNear(lut, 10, 1, 0, 0));
+            QVERIFY(vtkScale != VTK_SCALE_LINEAR || colourNear(lut, 0, 0, 0, 1));
         }
         // The grid's colours span the table's own range.
         QCOMPARE(grid->getMapper()->GetUseLookupTableScalarRange(), vtkTypeBool(1));
@@ -296,12 +226,10 @@ private slots:
     }
 
     void copiesShareThePipeline() {
-        auto original = makeGrid({0, 0, 0, 2, 2, 0, 2, 2, 0});
+        auto original = makeGrid(0, 0, 0, 2, 2, 0, 2, 2, 0);
         PlanarGrid copy(*original);
-        auto other = makeGrid({0, 0, 0, 1, 1, 1, 1, 1, 1});
+        auto other = makeGrid(0, 0, 0, 1, 1, 1, 1, 1, 1);
         *other = copy;
-        QCOMPARE(copy.getGrid(), original->getGrid());
-        QCOMPARE(other->getGlyphActor(), original->getGlyphActor());
         original.reset();
         copy.setLengthx(4);
         other->setCellColors({1, 2, 3, 4});
