@@ -16,7 +16,7 @@ LogStream::~LogStream() { close(); }
 void LogStream::open() {
     if (m_file)
         return;
-    m_file = std::fopen(fileName(), "ab");
+    m_file = std::fopen(fileName(), "a");
 }
 
 void LogStream::close() {

@@ -99,7 +99,7 @@ void MainWindow::renderWindow() {
         return;
     for (Browser* b : qAsConst(m_link->browsers)) {
         const char* address = b->getURL();
-        b->setUrl(QUrl(QString::fromLocal8Bit(address ? address : ""), QUrl::TolerantMode));
+        b->setUrl(QUrl(QString::fromUtf8(address ? address : ""), QUrl::TolerantMode));
         b->show();
     }
     adjustCameras();

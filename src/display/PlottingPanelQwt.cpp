@@ -74,10 +74,9 @@ void PlottingPanelQwt::showCurve(QwtPlotItem* item, bool on) {
 }
 
 void PlottingPanelQwt::mousePressEvent(QMouseEvent* event) {
-    if (event->button() != Qt::RightButton) {
-        event->ignore();
-        return;
-    }
+    if (event->button() != Qt::RightButton)
+        return; // handled here by doing nothing: not passed on to the plot
+
     if (autoscalex)
         setAxisAutoScale(xBottom, true);
     if (autoscaley)
