@@ -372,13 +372,13 @@ void FrontEnd::buildPlots() {
 }
 
 NumberField* FrontEnd::numberField(lab::Control index) {
-    const lab::FieldSpec& spec = lab::field(index);
+    const lab::FieldSetup& setup = lab::field(index);
     auto* field = new NumberField;
-    field->setDecimals(spec.decimals);
-    field->setSingleStep(spec.step);
-    field->setRange(spec.minimum, spec.maximum);
-    field->setValue(spec.value);
-    field->setIndex(spec.index);
+    field->setDecimals(setup.decimals);
+    field->setSingleStep(setup.step);
+    field->setRange(setup.minimum, setup.maximum);
+    field->setValue(setup.value);
+    field->setIndex(setup.index);
     field->setToolTip("Type a value and press Return to send it");
     field->setMinimumWidth(72);
     m_link->setInteractiveControls(field);

@@ -55,14 +55,14 @@ enum Control : int {
 
 /// A number field's range and starting value; the server starts from the
 /// same values, so the first picture matches the fields.
-struct FieldSpec {
+struct FieldSetup {
     Control index;
     const char* label;
     double minimum, maximum, value, step;
     int decimals;
 };
 
-inline constexpr FieldSpec kFields[] = {
+inline constexpr FieldSetup kFields[] = {
     {Length, "Length (m)", 0.2, 1.5, 1.0, 0.05, 2},
     {Damping, "Damping (1/s)", 0.0, 5.0, 0.35, 0.05, 2},
     {DriveAmplitude, "Drive amplitude (m)", 0.0, 0.5, 0.08, 0.01, 2},
@@ -75,8 +75,8 @@ inline constexpr FieldSpec kFields[] = {
     {EdgeTemperature, "Edge temperature (°C)", 0.0, 60.0, 20.0, 1.0, 1},
 };
 
-inline constexpr const FieldSpec& field(Control index) {
-    for (const FieldSpec& f : kFields)
+inline constexpr const FieldSetup& field(Control index) {
+    for (const FieldSetup& f : kFields)
         if (f.index == index)
             return f;
     return kFields[0];

@@ -80,7 +80,7 @@ public:
     Laboratory()
         : plate(lab::plateNx, lab::plateNy, lab::plateWidth, lab::plateHeight,
                 lab::field(lab::EdgeTemperature).value) {
-        for (const lab::FieldSpec& f : lab::kFields)
+        for (const lab::FieldSetup& f : lab::kFields)
             set(f.index, f.value);
         set(lab::DriveOn, lab::kDriveOnAtStart ? 1 : 0);
         set(lab::kIntegratorAtStart, 1);
