@@ -1,18 +1,21 @@
 // The exchange cycle against the server class on loopback: wire order, record
-// dispatch, pause, stop and link failures at every step.
+// dispatch, the pending list under concurrency, pause, stop and link failures
+// at every step.
 #include <Orlavex/link/CommThread.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/Line.h>
 #include <Orlavex/scene/Sphere.h>
 
-#include "CycleServer.h"
-#include "SignalCounter.h"
+#include "CycleRun.h"
 #include "GuiTestMain.h"
+#include "SignalCounter.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <vtkActor.h>
+
+#include <thread>
 
 namespace {
 void addPending(CommThread& t, int index, double value) {
@@ -25,10 +28,9 @@ void connectTo(CommThread& t, quint16 port) {
     t.setServerPort(port);
 }
 
-// Ends a started link thread, as deleting it would.
-void finish(CommThread& t) { t.shutdown(); }
-
-double orientationZ(Sphere& s) { return s.getActor()->GetOrientation()[2]; }
+double orientationZ(Sphere& s) {
+    return s.getActor()->GetOrientation()[2];
+}
 } // namespace
 
 class TestCycle : public QObject {
@@ -65,7 +67,7 @@ private slots:
         QCOMPARE(afterCycle, QByteArray());
         QTRY_COMPARE(updates.count(), 2); // start-up, then the cycle
         QCOMPARE(thread.getPendingCount(), 0);
-        finish(thread);
+        thread.shutdown();
         QFile log("info.txt");
         QVERIFY(log.open(QIODevice::ReadOnly));
         const QStringList lines = QString::fromLatin1(log.readAll()).split('\n');
@@ -76,15 +78,11 @@ private slots:
     }
 
     void nothingRegistered() {
-        CycleServer server([](int) { return QVector<QByteArray>{}; }, 3);
-        CommThread thread;
-        connectTo(thread, server.port());
-        SignalCounter updates(&thread, &CommThread::dataUpdated);
-        thread.start();
-        QTRY_COMPARE(server.cycles(), 3);
-        QCOMPARE(server.dataMessages(), (QVector<QByteArray>{"0#", "0#", "0#"}));
-        QCOMPARE(updates.count(), 1); // only the start-up emission
-        finish(thread);
+        const CycleRun run = runCycles(
+            {}, [](int) { return QVector<QByteArray>{}; }, 3);
+        QCOMPARE(run.cycles, 3);
+        QCOMPARE(run.dataMessages, (QVector<QByteArray>{"0#", "0#", "0#"}));
+        QCOMPARE(run.updates, 1); // only the start-up emission
     }
 
     // Records go to the object their num field names, in the order they come;
@@ -108,26 +106,53 @@ private slots:
         QFETCH(bool, withLine);
         QFETCH(double, turnA);
         QFETCH(double, turnB);
-        CycleServer server([&](int) { return records; }, 1);
-        CommThread thread;
-        connectTo(thread, server.port());
         Sphere sa, sb;
         sa.setInteractivelyPositioned(1);
         sb.setInteractivelyPositioned(1);
         float pts[6] = {0, 0, 0, 1, 1, 1};
         Line line(2, pts);
         line.setInteractivelyPositioned(1);
-        thread.setSendingObjI(3, &sa);
-        thread.setSendingObjI(8, &sb);
+        QMap<int, SendClass*> objects{{3, &sa}, {8, &sb}};
         if (withLine)
-            thread.setSendingObjI(4, &line);
-        SignalCounter failed(&thread, &CommThread::connectionFailed);
-        thread.start();
-        QTRY_COMPARE(server.cycles(), 1);
-        QTRY_COMPARE(failed.count(), 1); // the server has gone after its one cycle
-        finish(thread);
+            objects.insert(4, &line);
+        const CycleRun run = runCycles(
+            objects, [&](int) { return records; }, 1);
+        QCOMPARE(run.cycles, 1);
+        QCOMPARE(run.failures, 1); // the server has gone after its one cycle
         QCOMPARE(orientationZ(sa), turnA);
         QCOMPARE(orientationZ(sb), turnB);
+    }
+
+    // Changes recorded on another thread while the link thread hands the list
+    // to real cycles against a fast server reach the server once each, in
+    // order. Run it under ThreadSanitizer as well.
+    void pendingListUnderConcurrency() {
+        const int total = 20000;
+        CycleServer server([](int) { return QVector<QByteArray>{}; }, 1000000);
+        CommThread thread;
+        connectTo(thread, server.port());
+        thread.start();
+        std::thread recorder([&] {
+            for (int k = 0; k < total; ++k) // as a control's direct connection does
+                addPending(thread, k, k * 0.5);
+        });
+        recorder.join();
+        QVector<QPair<int, double>> entries;
+        auto allArrived = [&] {
+            entries.clear();
+            for (const QByteArray& m : server.dataMessages()) {
+                const QList<QByteArray> f = m.left(m.size() - 1).split(',');
+                for (int e = 0; e < f.value(0).toInt(); ++e)
+                    entries.append({f[1 + 2 * e].toInt(), f[2 + 2 * e].toDouble()});
+            }
+            return entries.size() >= total;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(allArrived(), 60000);
+        QCOMPARE(entries.size(), total);
+        for (int k = 0; k < total; ++k)
+            QCOMPARE(entries[k], qMakePair(k, k * 0.5));
+        QVERIFY(server.dataMessages().size() > 1); // the hand-over really overlapped
+        thread.shutdown();
     }
 
     void pauseAndStop() {
@@ -169,62 +194,56 @@ private slots:
         QVERIFY(server.wait(15000));
         QVERIFY(resumed);
         QVERIFY(thread.isRunning());
-        finish(thread);
+        thread.shutdown();
         QCOMPARE(updates.count(), 3);
     }
 
     // Wherever the link fails, the cycle ends without reading further, one
     // connectionFailed() is emitted, and records applied before stay applied.
     void linkFailure_data() {
-        QTest::addColumn<int>("step");
+        QTest::addColumn<bool>("refused");
+        QTest::addColumn<QVector<QByteArray>>("sent"); // after the data message; then it closes
         QTest::addColumn<double>("turnA");
-        QTest::newRow("no server ack") << 0 << 0.0;
-        QTest::newRow("in the chalk string") << 1 << 0.0;
-        QTest::newRow("before the records") << 2 << 0.0;
-        QTest::newRow("in the second record") << 3 << 30.0;
-        QTest::newRow("after a whole cycle") << 4 << 30.0;
-        QTest::newRow("no server at all") << 5 << 0.0;
+        QTest::addColumn<double>("turnB");
+        using Sent = QVector<QByteArray>;
+        const QByteArray a = "1,0,0,0,0,0,0,0,0,30,1#", b = "2,0,0,0,0,0,0,0,0,30,1#";
+        QTest::newRow("no server at all") << true << Sent{} << 0.0 << 0.0;
+        QTest::newRow("no server ack") << false << Sent{} << 0.0 << 0.0;
+        QTest::newRow("in the chalk string") << false << Sent{"12"} << 0.0 << 0.0;
+        QTest::newRow("before the records") << false << Sent{"1#"} << 0.0 << 0.0;
+        QTest::newRow("in the second record") << false << Sent{"1#", a, b.left(20)} << 30.0 << 0.0;
+        QTest::newRow("after a whole cycle") << false << Sent{"1#", a, b} << 30.0 << 30.0;
     }
     void linkFailure() {
-        QFETCH(int, step);
+        QFETCH(bool, refused);
+        QFETCH(QVector<QByteArray>, sent);
         QFETCH(double, turnA);
-        ServerThread server([&](SimulationServer& s) {
-            QVector<SimulationServer::Entry> entries;
-            if (step == 0 || step == 5)
-                return;
-            s.sendAck();
-            s.readData(&entries);
-            if (step == 1) {
-                s.sendRaw("12");
-                return;
-            }
-            s.sendChalk(1);
-            if (step == 2)
-                return;
-            s.sendRecord(1, {0, 0, 0, 0, 0, 0, 0, 0, 30, 1});
-            if (step == 3) {
-                s.sendRaw("2,0,0,0,0,0,0,0,0,30");
-                return;
-            }
-            s.sendRecord(2, {0, 0, 0, 0, 0, 0, 0, 0, 30, 1});
-            s.readRaw(1, 100);
-        }, 3000);
+        QFETCH(double, turnB);
+        ServerThread server(
+            [&](SimulationServer& s) {
+                QVector<SimulationServer::Entry> entries;
+                if (sent.isEmpty() || !s.sendAck() || !s.readData(&entries))
+                    return;
+                for (const QByteArray& m : sent) // a whole string waits for its ack
+                    if (!s.sendRaw(m) || (m.endsWith('#') && !s.readClientAck()))
+                        return;
+            },
+            3000);
         CommThread thread;
-        connectTo(thread, step == 5 ? 1 : server.port()); // port 1: refused
-        Sphere a, b;
-        a.setInteractivelyPositioned(1);
-        b.setInteractivelyPositioned(1);
-        thread.setSendingObjI(1, &a);
-        thread.setSendingObjI(2, &b);
+        connectTo(thread, refused ? 1 : server.port()); // port 1: refused
+        Sphere sa, sb;
+        sa.setInteractivelyPositioned(1);
+        sb.setInteractivelyPositioned(1);
+        thread.setSendingObjI(1, &sa);
+        thread.setSendingObjI(2, &sb);
         SignalCounter failed(&thread, &CommThread::connectionFailed);
         thread.start();
         QTRY_COMPARE(failed.count(), 1);
         QVERIFY(server.wait(15000));
-        // No second report, and stop() ends the loop.
-        finish(thread);
+        thread.shutdown(); // no second report, and the loop ends
         QCOMPARE(failed.count(), 1);
-        QCOMPARE(orientationZ(a), turnA);
-        QCOMPARE(orientationZ(b), step == 4 ? 30.0 : 0.0);
+        QCOMPARE(orientationZ(sa), turnA);
+        QCOMPARE(orientationZ(sb), turnB);
     }
 };
 
