@@ -17,14 +17,14 @@
 namespace {
 /// A receiving control that is neither a number field nor a radio button.
 class ReadOutStandIn : public InteractiveControlI {};
-
-using Entries = QVector<QPair<int, double>>;
 } // namespace
 
 class TestCommThread : public QObject {
     Q_OBJECT
 private slots:
-    void pendingListFromControls() {
+    // Number fields (on Return or Enter) and radio buttons feed the pending
+    // list, in order and unmerged; other controls are only stored.
+    void controls() {
         CommThread thread;
         NumberField field;
         field.setIndex(3);
@@ -34,10 +34,10 @@ private slots:
         ButtonGroup group;
         group.addButton(&a);
         group.addButton(&b);
-        thread.setInteractiveControls(&field);
-        thread.setInteractiveControls(&a);
-        thread.setInteractiveControls(&b);
-
+        ReadOutStandIn readOut;
+        for (InteractiveControlI* c :
+             std::initializer_list<InteractiveControlI*>{&field, &a, &b, &readOut})
+            thread.setInteractiveControls(c);
         field.setValue(0.25); // a value change alone sends nothing
         QCOMPARE(thread.getPendingCount(), 0);
         for (double v : {0.5, 0.75, 0.5}) {
@@ -45,42 +45,29 @@ private slots:
             QTest::keyClick(&field, Qt::Key_Return);
         }
         a.setChecked(true);
-        b.setChecked(true); // exclusive: two signals, the loser first
-        const Entries expected{{3, 0.5}, {3, 0.75}, {3, 0.5}, {4, 1.0}, {4, 0.0}, {5, 1.0}};
+        b.setChecked(true);                    // exclusive: two signals, the loser first
+        thread.setInteractiveControls(&field); // kept twice, connected twice
+        QTest::keyClick(&field, Qt::Key_Enter);
+        const QVector<QPair<int, double>> expected{{3, 0.5}, {3, 0.75}, {3, 0.5}, {4, 1.0},
+                                                   {4, 0.0}, {5, 1.0},  {3, 0.5}, {3, 0.5}};
         QCOMPARE(thread.pendingEntries(), expected);
-        QCOMPARE(thread.getPendingCount(), 6);
+        QCOMPARE(thread.getPendingCount(), 8);
+        QCOMPARE(thread.interactiveControls.size(), 5);
     }
 
-    void registration() {
+    void registries() {
         CommThread thread;
-        NumberField field;
-        field.setIndex(7);
-        ReadOutStandIn readOut;
-        thread.setInteractiveControls(&field);
-        thread.setInteractiveControls(&field); // kept twice, connected twice
-        thread.setInteractiveControls(&readOut);
-        QCOMPARE(thread.interactiveControls.size(), 3);
-        QTest::keyClick(&field, Qt::Key_Enter);
-        QCOMPARE(thread.getPendingCount(), 2);
-
         Sphere a, b;
         thread.setSendingObjI(4, &a);
-        thread.setSendingObjI(4, &b);
+        thread.setSendingObjI(4, &b); // replaces
         thread.setSendingObjI(1, &a);
-        QCOMPARE(thread.sendingObjects.size(), 2);
-        QCOMPARE(thread.sendingObjects.value(4), static_cast<SendClass*>(&b));
-        QCOMPARE(thread.sendingObjects.firstKey(), 1);
-
+        QCOMPARE(thread.sendingObjects, (QMap<int, SendClass*>{{1, &a}, {4, &b}}));
         thread.setDrawables(&a);
         thread.setDrawables(&a);
         QCOMPARE(thread.drawables.size(), 2);
         thread.setDrawablesI(2, &a);
         thread.setDrawablesI(2, &b);
         QCOMPARE(thread.indexedDrawables.value(2), static_cast<Drawable*>(&b));
-    }
-
-    void buttonGroups() {
-        CommThread thread;
         ButtonGroup first, second, other;
         thread.addGroup("modes", &first);
         thread.addGroup("other", &other);
@@ -137,8 +124,9 @@ private slots:
         thread->setServerPort(state == "silent" ? silent.port() : cycling.port());
         thread->setSendingObjI(1, &sphere);
         if (state == "render") // a receiver on this thread, as the main window is
-            connect(thread, &CommThread::dataUpdated, &receiver,
-                    [&] { renders.fetchAndAddOrdered(1); }, Qt::BlockingQueuedConnection);
+            connect(
+                thread, &CommThread::dataUpdated, &receiver, [&] { renders.fetchAndAddOrdered(1); },
+                Qt::BlockingQueuedConnection);
         if (state == "paused")
             thread->updatePause(false);
         if (state != "never started")
