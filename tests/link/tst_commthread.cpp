@@ -1,10 +1,11 @@
-// The link thread's registries, control path, pause flag and lifecycle,
-// with real widgets.
+// The link thread's registries, control path and flags with real widgets, and
+// its shutdown in every state, alone or owned by a main window.
 #include <Orlavex/controls/ButtonGroup.h>
 #include <Orlavex/controls/InteractiveControlI.h>
 #include <Orlavex/controls/NumberField.h>
 #include <Orlavex/controls/PauseButton.h>
 #include <Orlavex/controls/RadioButton.h>
+#include <Orlavex/display/MainWindow.h>
 #include <Orlavex/link/CommThread.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/Sphere.h>
@@ -13,6 +14,9 @@
 #include "GuiTestMain.h"
 
 #include <QElapsedTimer>
+
+#include <memory>
+#include <optional>
 
 namespace {
 /// A receiving control that is neither a number field nor a radio button.
@@ -62,12 +66,6 @@ private slots:
         thread.setSendingObjI(4, &b); // replaces
         thread.setSendingObjI(1, &a);
         QCOMPARE(thread.sendingObjects, (QMap<int, SendClass*>{{1, &a}, {4, &b}}));
-        thread.setDrawables(&a);
-        thread.setDrawables(&a);
-        QCOMPARE(thread.drawables.size(), 2);
-        thread.setDrawablesI(2, &a);
-        thread.setDrawablesI(2, &b);
-        QCOMPARE(thread.indexedDrawables.value(2), static_cast<Drawable*>(&b));
         ButtonGroup first, second, other;
         thread.addGroup("modes", &first);
         thread.addGroup("other", &other);
@@ -103,25 +101,36 @@ private slots:
         QCOMPARE(thread.getSocket()->serverAddress(), QHostAddress(QHostAddress::LocalHost));
     }
 
-    // The destructor must end on its own in every state of the thread.
-    void destructionNeverHangs_data() {
+    // Deleting the thread, or closing a main window and then deleting its
+    // thread, as a client application does, ends at once in every state.
+    void shutdownNeverHangs_data() {
         QTest::addColumn<QString>("state");
-        QTest::newRow("never started") << "never started";
-        QTest::newRow("cycling, event loop never quit") << "cycling";
-        QTest::newRow("paused") << "paused";
-        QTest::newRow("waiting for a silent server") << "silent";
-        QTest::newRow("blocked on its render hand-over") << "render";
+        QTest::addColumn<bool>("window");
+        QTest::newRow("never started") << "never started" << false;
+        QTest::newRow("cycling, event loop never quit") << "cycling" << false;
+        for (bool window : {false, true}) {
+            const char* owner = window ? "window" : "thread";
+            QTest::addRow("%s: paused", owner) << "paused" << window;
+            QTest::addRow("%s: waiting for a silent server", owner) << "silent" << window;
+            QTest::addRow("%s: blocked on its render hand-over", owner) << "render" << window;
+        }
     }
-    void destructionNeverHangs() {
+    void shutdownNeverHangs() {
         QFETCH(QString, state);
-        CycleServer cycling([](int) { return QVector<QByteArray>{"1,#"}; }, 1000000, 3000);
-        ServerThread silent([](SimulationServer& s) { s.readRaw(1, 3000); }, 3000);
+        QFETCH(bool, window);
+        std::optional<CycleServer> cycling;
+        std::optional<ServerThread> silent;
+        if (state == "silent")
+            silent.emplace([](SimulationServer& s) { s.readRaw(1, 3000); }, 3000);
+        else
+            cycling.emplace([](int) { return QVector<QByteArray>{"1,#"}; }, 1000000, 3000);
         Sphere sphere;
         QObject receiver;
         QAtomicInt renders = 0;
-        auto* thread = new CommThread;
+        std::unique_ptr<MainWindow> w(window ? new MainWindow : nullptr);
+        CommThread* thread = window ? w->commThread : new CommThread;
         thread->setServerAddress("local");
-        thread->setServerPort(state == "silent" ? silent.port() : cycling.port());
+        thread->setServerPort(silent ? silent->port() : cycling->port());
         thread->setSendingObjI(1, &sphere);
         if (state == "render") // a receiver on this thread, as the main window is
             connect(
@@ -129,16 +138,21 @@ private slots:
                 Qt::BlockingQueuedConnection);
         if (state == "paused")
             thread->updatePause(false);
+        if (window)
+            w->show();
         if (state != "never started")
             thread->start();
         if (state == "cycling")
-            QTRY_VERIFY(cycling.cycles() > 3);
+            QTRY_VERIFY(cycling->cycles() > 3);
         if (state == "render")
             QTRY_VERIFY(renders.loadAcquire() > 2); // the next hand-over is then pending
         QElapsedTimer timer;
         timer.start();
+        if (window)
+            w->close();
         delete thread;
-        QVERIFY2(timer.elapsed() < 2000, "the destructor must not wait on the link");
+        w.reset();
+        QVERIFY2(timer.elapsed() < (window ? 1000 : 2000), "shutdown must not wait on the link");
     }
 };
 

@@ -2,7 +2,6 @@
 // dispatch, the pending list under concurrency, pause, stop and link failures
 // at every step.
 #include <Orlavex/link/CommThread.h>
-#include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/Line.h>
 #include <Orlavex/scene/Sphere.h>
 

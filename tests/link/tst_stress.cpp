@@ -7,7 +7,6 @@
 #include <Orlavex/display/Canvas.h>
 #include <Orlavex/display/MainWindow.h>
 #include <Orlavex/link/CommThread.h>
-#include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/Cube.h>
 #include <Orlavex/scene/PlanarGrid.h>
 #include <Orlavex/scene/Sphere.h>
