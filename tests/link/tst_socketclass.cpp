@@ -1,6 +1,7 @@
 // SocketClass against the simulation server class on loopback: the worked
 // example of the protocol with the verbose log, framing corner cases, strings
-// cut short, failed sends, addresses and the parser's outputs.
+// cut short, failed sends, addresses and the parser's outputs; and the server
+// class's own parsing, number formatting and time-outs.
 #include <Orlavex/link/SocketClass.h>
 
 #include "ServerThread.h"
@@ -9,10 +10,12 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRegularExpression>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <memory>
+#include <cstring>
+#include <limits>
 #include <thread>
 
 namespace {
@@ -233,13 +236,6 @@ private slots:
         QCOMPARE(data, payload);
         QVERIFY(!socket.lastStringComplete());
         QVERIFY(!socket.isConnected());
-        QVector<float> numbers;
-        QVector<int> ints;
-        StdoutCapture quiet; // an empty payload reports its missing comma
-        socket.processInput(&data, &numbers, 2, &ints, 0);
-        quiet.take();
-        if (num == 5)
-            QCOMPARE(numbers, (QVector<float>{1.5f, -0.0f})); // the last character is dropped
         QCOMPARE(send(socket), 0);
         QVERIFY(server.wait(15000));
     }
@@ -256,20 +252,18 @@ private slots:
     void sendDataFails() {
         QFETCH(bool, server);
         QFETCH(QStringList, log);
+        ServerThread closing(
+            [](SimulationServer& s) {
+                s.readRaw(1, 100); // no ack
+                s.closeClient();
+            },
+            1000);
         SocketClass socket;
         QCOMPARE(send(socket), 0); // never connected
         socket.setVerbose(true);
-        std::unique_ptr<ServerThread> closing;
-        if (server) {
-            closing.reset(new ServerThread([](SimulationServer& s) {
-                s.readRaw(1, 100);
-                s.closeClient();
-            }));
-            connectTo(socket, *closing);
-        } else {
-            socket.setServerAddress("example.org"); // a host name: null address
-            socket.connectToServer();
-        }
+        socket.setServerAddress(server ? "local" : "example.org"); // a host name: null address
+        socket.setServerPort(closing.port());
+        socket.connectToServer();
         QCOMPARE(send(socket, 1, {1}, {1}), 0);
         const QStringList lines = logLines();
         QCOMPARE(lines.mid(lines.size() - log.size()), log);
@@ -329,6 +323,8 @@ private slots:
         QTest::newRow("int without comma") << "1#" << 0 << 2 << F{} << I{0, 0} << 0;
         QTest::newRow("empty string") << "" << 1 << 1 << F{0} << I{0} << 1;
         QTest::newRow("single precision") << "0.1#" << 1 << 0 << F{0.1f} << I{} << 0;
+        QTest::newRow("cut short: the last character is dropped")
+            << "1.5,-0.25" << 2 << 0 << F{1.5f, -0.2f} << I{} << 0;
     }
     void processInput() {
         QFETCH(QString, payload);
@@ -353,6 +349,64 @@ private slots:
         QCOMPARE(quiet.take(), QByteArray());
         QCOMPARE(doubles.size(), n);
         QCOMPARE(gotInts, ints);
+    }
+
+    // The server class itself: message parsing, number formatting that reads
+    // back exactly, and time-outs instead of hangs.
+    // A silent client times the reads out instead of hanging the server.
+    void serverReadsData_data() {
+        QTest::addColumn<QByteArray>("message");
+        QTest::addColumn<bool>("ok");
+        QTest::addColumn<int>("entries");
+        QTest::newRow("empty") << QByteArray("0#") << true << 0;
+        QTest::newRow("two") << QByteArray("2,3,0.500000,-7,-12.250000#") << true << 2;
+        QTest::newRow("count too high") << QByteArray("2,3,0.5#") << false << 0;
+        QTest::newRow("garbage") << QByteArray("x#") << false << 0;
+        QTest::newRow("silent client") << QByteArray() << false << 0;
+    }
+    void serverReadsData() {
+        QFETCH(QByteArray, message);
+        QFETCH(bool, ok);
+        QFETCH(int, entries);
+        bool result = !ok, ack = true;
+        QVector<SimulationServer::Entry> got;
+        ServerThread server(
+            [&](SimulationServer& s) {
+                if (message.isEmpty())
+                    ack = s.readClientAck();
+                result = s.readData(&got);
+            },
+            message.isEmpty() ? 200 : 20000);
+        QTcpSocket client;
+        client.connectToHost(QHostAddress::LocalHost, server.port());
+        QVERIFY(client.waitForConnected(10000));
+        client.write(message);
+        QVERIFY(client.waitForBytesWritten(10000) || message.isEmpty());
+        QVERIFY(server.wait(15000));
+        QCOMPARE(result, ok);
+        QCOMPARE(ack, !message.isEmpty());
+        QCOMPARE(got.size(), entries);
+        if (entries == 2)
+            QCOMPARE(got[1], SimulationServer::Entry(-7, -12.25));
+    }
+
+    void serverNumbersReadBackExactly() {
+        const double largest = std::numeric_limits<double>::max();
+        const double smallest = std::numeric_limits<double>::denorm_min();
+        const double values[] = {0.1, -0.0, 1e-300, 123456789.123456789, 0.1f, largest, smallest};
+        const QByteArray text = SimulationServer::record(3, values, 7);
+        QVERIFY(text.startsWith("3,"));
+        QVERIFY(text.endsWith('#'));
+        const QList<QByteArray> fields = text.mid(2, text.size() - 3).split(',');
+        QCOMPARE(fields.size(), 7);
+        for (int i = 0; i < 7; ++i) {
+            const QString f = QString::fromLatin1(fields[i]);
+            const double back = SocketClass::toDouble(f.constData(), f.size());
+            QVERIFY2(std::memcmp(&back, &values[i], sizeof back) == 0, fields[i].constData());
+        }
+        // a float sent as double reaches a single-precision reader unchanged
+        const QString f = QString::fromLatin1(fields[4]);
+        QCOMPARE(SocketClass::toFloat(f.constData(), f.size()), 0.1f);
     }
 };
 

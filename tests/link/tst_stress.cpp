@@ -18,7 +18,6 @@
 #include <QLabel>
 
 #include <cmath>
-#include <memory>
 #include <vector>
 
 class TestStress : public QObject {
@@ -31,24 +30,14 @@ private slots:
         canvas.show();
         QVERIFY(QTest::qWaitForWindowExposed(&canvas));
 
-        std::vector<std::unique_ptr<Sphere>> spheres;
-        for (int i = 0; i < 8; ++i) {
-            spheres.emplace_back(new Sphere);
-            spheres.back()->setInteractivelyPositioned(1);
-            spheres.back()->setInteractivelyColored(1);
-        }
+        Sphere spheres[8];
         Cube cube;
-        cube.setInteractivelyPositioned(1);
         VectorText text;
-        text.setInteractiveValue(1);
         std::vector<float> zeros(16, 0.f);
         PlanarGrid grid(0, 0, 0, 4, 4, 0, 4, 4, 0, zeros.data(), zeros.data(), 0.667f, 0, 1, 1, 1,
                         1, 1, 1, 0, 1, 1, 1, 1);
-        grid.setInteractivelyColored(1);
         DisplayDouble readOut;
         NumberField field;
-        field.setEnableInt(1);
-
         // A main window takes the render passes and the widget changes, as in
         // a real front-end; between its passes this thread renders on its own.
         MainWindow window;
@@ -56,16 +45,21 @@ private slots:
         CommThread& thread = *window.commThread;
         thread.setRenderer(canvas.renderer);
         thread.setCanvas(&canvas);
-        int num = 1;
-        for (auto& s : spheres) {
-            s->setRenderer(canvas.renderer);
-            thread.setDrawables(s.get());
-            thread.setSendingObjI(num++, s.get());
+        QVector<DrawableI*> drawn{&cube, &text, &grid};
+        for (int i = 0; i < 8; ++i) {
+            spheres[i].setInteractivelyPositioned(1);
+            spheres[i].setInteractivelyColored(1);
+            thread.setSendingObjI(i + 1, &spheres[i]);
+            drawn << &spheres[i];
         }
-        for (DrawableI* d : std::initializer_list<DrawableI*>{&cube, &text, &grid}) {
+        for (DrawableI* d : drawn) {
             d->setRenderer(canvas.renderer);
             thread.setDrawables(d);
         }
+        cube.setInteractivelyPositioned(1);
+        text.setInteractiveValue(1);
+        grid.setInteractivelyColored(1);
+        field.setEnableInt(1);
         thread.setSendingObjI(20, &cube);
         thread.setSendingObjI(21, &text);
         thread.setSendingObjI(22, &grid);
@@ -74,27 +68,23 @@ private slots:
 
         CycleServer server(
             [](int c) {
+                const double t = c * 0.05, on = c % 2;
                 QVector<QByteArray> records;
-                const double t = c * 0.05;
                 for (int i = 1; i <= 8; ++i) {
-                    const double v[21] = {std::cos(t + i), std::sin(t + i), 0, 0, 0, 0, 1, 2, 3,
-                                          0.3 + 0.05 * i, 0.5, 0.2, 0.9, 0.8, 0.3, 10, 1, 0.6,
-                                          0, 0, 0};
+                    const double x = std::cos(t + i), y = std::sin(t + i), r = 0.3 + 0.05 * i;
+                    const double v[21] = {x,   y,   0,   0,   0,  0, 1,   2, 3, r, 0.5,
+                                          0.2, 0.9, 0.8, 0.3, 10, 1, 0.6, 0, 0, 0};
                     records << SimulationServer::record(i, v, 21);
                 }
                 const double cube[12] = {0, 0, -1, 0, 0, 0, 0, 0, 1, 1 + std::sin(t), 1, 0.2};
-                records << SimulationServer::record(20, cube, 12);
-                const double time = t;
-                records << SimulationServer::record(21, &time, 1);
-                // 16 magnitudes, 48 vector components, the scale, 16 cell colours
-                std::vector<double> grid(16 + 48 + 1, 1.0);
-                for (int k = 0; k < 16; ++k)
+                std::vector<double> grid(16 + 48 + 1, 1.0); // magnitudes, vectors, scale
+                for (int k = 0; k < 16; ++k)                // cell colours
                     grid.push_back(0.5 + 0.5 * std::sin(t + k));
-                records << SimulationServer::record(22, grid.data(), int(grid.size()));
-                records << SimulationServer::record(23, &time, 1);
-                const double on = c % 2;
-                records << SimulationServer::record(24, &on, 1);
-                return records;
+                return records << SimulationServer::record(20, cube, 12)
+                               << SimulationServer::record(21, &t, 1)
+                               << SimulationServer::record(22, grid.data(), int(grid.size()))
+                               << SimulationServer::record(23, &t, 1)
+                               << SimulationServer::record(24, &on, 1);
             },
             cycles);
         thread.setServerAddress("local");
