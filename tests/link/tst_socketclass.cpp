@@ -94,29 +94,26 @@ private slots:
         // Lines written once per wait slice depend on timing; the rest must match exactly.
         const QStringList lines =
             all.filter(QRegularExpression("^(?!.*(Waiting for receiving data|Time out DATA))"));
-        QCOMPARE(lines.size(), 20);
         QCOMPARE(lines[0], QStringLiteral("FILE OPENED BY SOCKETCLASS"));
         QVERIFY(QRegularExpression("^SOCKET \\d+$").match(lines[1]).hasMatch());
-        const QStringList expected{
-            "SOCKET: SEND DATA",
-            "SOCKET: ACK - FUNCION recv_ack",
-            "SOCKET::sendData: ack received",
-            "2,3,0.500000,7,-12.250000#",
-            "SOCKET: recv_string Entrada en funcion",
-            "SOCKET: recv_string Receiving data",
-            "SOCKET: recv_string: Client: recv terminal #",
-            "SOCKET: recv_string: Client: recv 12#",
-            "SOCKET: send_ack sentSOCKET: data GETCHALK 3",
-            "SOCKET::getChalk, chalk: 12",
-            "SOCKET: recv_string Entrada en funcion",
-            "SOCKET: recv_string Receiving data",
-            "SOCKET: recv_string: Client: recv terminal #",
-            "SOCKET: recv_string: Client: recv 5,1.5,-0.25,3#",
-            "SOCKET: send_ack sentSOCKET::getNumValue, num: 5",
-            "SOCKET: data without num 1.5,-0.25,3#",
-            "Socket: Error en processInput",
-            "Socket: Error en processInput",
-        };
+        const QStringList expected{"SOCKET: SEND DATA",
+                                   "SOCKET: ACK - FUNCION recv_ack",
+                                   "SOCKET::sendData: ack received",
+                                   "2,3,0.500000,7,-12.250000#",
+                                   "SOCKET: recv_string Entrada en funcion",
+                                   "SOCKET: recv_string Receiving data",
+                                   "SOCKET: recv_string: Client: recv terminal #",
+                                   "SOCKET: recv_string: Client: recv 12#",
+                                   "SOCKET: send_ack sentSOCKET: data GETCHALK 3",
+                                   "SOCKET::getChalk, chalk: 12",
+                                   "SOCKET: recv_string Entrada en funcion",
+                                   "SOCKET: recv_string Receiving data",
+                                   "SOCKET: recv_string: Client: recv terminal #",
+                                   "SOCKET: recv_string: Client: recv 5,1.5,-0.25,3#",
+                                   "SOCKET: send_ack sentSOCKET::getNumValue, num: 5",
+                                   "SOCKET: data without num 1.5,-0.25,3#",
+                                   "Socket: Error en processInput",
+                                   "Socket: Error en processInput"};
         QCOMPARE(lines.mid(2), expected);
     }
 
