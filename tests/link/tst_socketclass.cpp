@@ -341,9 +341,8 @@ private slots:
         QCOMPARE(gotInts, ints);
     }
 
-    // The server class itself: message parsing, number formatting that reads
-    // back exactly, and time-outs instead of hangs.
-    // A silent client times the reads out instead of hanging the server.
+    // The server class itself: message parsing, and time-outs instead of hangs
+    // (a silent client).
     void serverReadsData_data() {
         QTest::addColumn<QByteArray>("message");
         QTest::addColumn<bool>("ok");
