@@ -20,6 +20,7 @@
 #include <vtkRenderer.h>
 
 #include <cstdio>
+#include <mutex>
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), m_firstPass(true) {
     commThread = new CommThread(this);
@@ -127,4 +128,9 @@ void MainWindow::closeWindow() {
 
 void MainWindow::showCurve(QwtPlotItem* item, bool on) { item->setVisible(on); }
 
-void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) { trail->insertXY(points); }
+void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) {
+    if (!m_link)
+        return;
+    std::lock_guard<std::mutex> guard(m_link->handOverLock());
+    trail->insertXY(points);
+}

@@ -121,6 +121,11 @@ public:
     /// calls it at the start of each render pass; without a main window the
     /// thread posts the call itself, ahead of its render hand-over.
     void applyWidgetUpdates();
+    /// Held by the link thread while it fills the vector that `trailUpdated`
+    /// hands over, and by the receiver while it reads it. The blocking
+    /// hand-over already keeps the two apart; the lock states it in a form
+    /// that race checkers see, at no cost, since it is never contended.
+    std::mutex& handOverLock() { return m_handOverLock; }
     /// A snapshot of the pending list: (control index, value), in recording order.
     QVector<QPair<int, double>> pendingEntries() const;
     int getPendingCount() const;
@@ -190,6 +195,7 @@ private:
         double value;
     };
     std::mutex m_widgetLock;
+    std::mutex m_handOverLock;
     std::vector<WidgetUpdate> m_widgetUpdates;
     std::vector<WidgetUpdate> m_widgetUpdatesGui;
 };

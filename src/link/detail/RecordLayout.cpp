@@ -21,6 +21,7 @@
 #include <Orlavex/scene/VectorText.h>
 
 #include <algorithm>
+#include <mutex>
 
 const float* RecordContext::parseFloats(int count) {
     socket->processInput(message, floats, count, ints, 0);
@@ -28,6 +29,7 @@ const float* RecordContext::parseFloats(int count) {
 }
 
 void RecordContext::parseDoubles(int count) {
+    std::lock_guard<std::mutex> guard(thread->handOverLock());
     doubles->resize(0); // keeps its room
     socket->processInput(message, doubles, count, ints, 0);
 }
