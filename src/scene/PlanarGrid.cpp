@@ -1,5 +1,7 @@
 #include "PlanarGrid.h"
 
+#include "detail/ColourTable.h"
+
 #include <QtDebug>
 
 #include <vtkActor.h>
@@ -273,34 +275,18 @@ void PlanarGrid::setCellColors(std::vector<float> colors) {
     scalars->Modified();
 }
 
-void PlanarGrid::configureLut(vtkLookupTable* lut, float hueMin, float hueMax, float saturationMin,
-                              float saturationMax, float valueMin, float valueMax, float alphaMin,
-                              float alphaMax, float rangeMin, float rangeMax, int scale, int ramp) {
-    lut->SetHueRange(double(hueMin), double(hueMax));
-    lut->SetSaturationRange(double(saturationMin), double(saturationMax));
-    lut->SetValueRange(double(valueMin), double(valueMax));
-    lut->SetAlphaRange(double(alphaMin), double(alphaMax));
-    lut->SetRange(double(rangeMin), double(rangeMax));
-    if (ramp == 1)
-        lut->SetRampToLinear();
-    else
-        lut->SetRampToSCurve();
-    lut->SetScale(scale == 1 ? VTK_SCALE_LINEAR : VTK_SCALE_LOG10);
-    lut->Build();
-}
-
 void PlanarGrid::setCellLUT(float hueMin, float hueMax, float saturationMin, float saturationMax,
                             float valueMin, float valueMax, float alphaMin, float alphaMax,
                             float rangeMin, float rangeMax, int scale, int ramp) {
-    configureLut(cellLUT, hueMin, hueMax, saturationMin, saturationMax, valueMin, valueMax,
-                 alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
+    ColourTable::configure(cellLUT, hueMin, hueMax, saturationMin, saturationMax, valueMin,
+                           valueMax, alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
 }
 
 void PlanarGrid::setVectorLUT(float hueMin, float hueMax, float saturationMin, float saturationMax,
                               float valueMin, float valueMax, float alphaMin, float alphaMax,
                               float rangeMin, float rangeMax, int scale, int ramp) {
-    configureLut(vectorLUT, hueMin, hueMax, saturationMin, saturationMax, valueMin, valueMax,
-                 alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
+    ColourTable::configure(vectorLUT, hueMin, hueMax, saturationMin, saturationMax, valueMin,
+                           valueMax, alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
 }
 
 void PlanarGrid::setVectorMagnitude(float* m) {

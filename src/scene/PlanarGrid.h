@@ -131,9 +131,6 @@ public:
     vtkPoints* getGlyphPoints() const { return glyphPoints; }
 
 private:
-    static void configureLut(vtkLookupTable* lut, float hueMin, float hueMax, float saturationMin,
-                             float saturationMax, float valueMin, float valueMax, float alphaMin,
-                             float alphaMax, float rangeMin, float rangeMax, int scale, int ramp);
     static void fillCoordinates(vtkFloatArray* coordinates, int count, float spacing, float origin);
     void buildGlyphPoints();
     void takeReferences();

@@ -1,5 +1,7 @@
 #include "ScalarBar.h"
 
+#include "detail/ColourTable.h"
+
 #include <QtDebug>
 
 #include <vtkCoordinate.h>
@@ -52,17 +54,9 @@ void ScalarBar::setLut(float hueMin, float hueMax, float rangeMin, float rangeMa
     this->rangeMax = rangeMax;
     this->scale = scale;
     this->ramp = ramp;
-    lut->SetHueRange(double(hueMin), double(hueMax));
-    lut->SetSaturationRange(1.0, 1.0);
-    lut->SetValueRange(1.0, 1.0);
-    lut->SetAlphaRange(0.5, 0.5);
-    lut->SetRange(double(rangeMin), double(rangeMax));
-    if (ramp == 1)
-        lut->SetRampToLinear();
-    else
-        lut->SetRampToSCurve();
-    lut->SetScale(scale == 1 ? VTK_SCALE_LINEAR : VTK_SCALE_LOG10);
-    lut->Build();
+    // Fully saturated, full value, half opaque: only the hues vary.
+    ColourTable::configure(lut, hueMin, hueMax, 1, 1, 1, 1, 0.5f, 0.5f, rangeMin, rangeMax, scale,
+                           ramp);
 }
 
 void ScalarBar::setScalarBar(const char* title, float x, float y, float width, float height,
