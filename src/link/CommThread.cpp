@@ -22,23 +22,23 @@ constexpr size_t kScratchSize = 900000;
 } // namespace
 
 CommThread::CommThread(QWidget* /*parent*/)
-    : QThread(nullptr), m_log(new LogStream), doubleValues(900000, 0.0) {
+    : QThread(nullptr), logFile(new LogStream), doubleValues(900000, 0.0) {
     qRegisterMetaType<TrailQwt*>("TrailQwt*");
     qRegisterMetaType<QVector<double>*>("QVector<double>*");
-    m_socket.reset(new SocketClass);
+    socket.reset(new SocketClass);
 }
 
 CommThread::~CommThread() {
     shutdown();
-    m_log->close();
-    m_socket.reset();
+    logFile->close();
+    socket.reset();
 }
 
 void CommThread::shutdown() {
     stop();
     if (isRunning()) {
-        m_socket->closeConnection(); // a wait on the server ends at its next slice
-        quit();                      // exec() returns at once if it has not begun yet
+        socket->closeConnection(); // a wait on the server ends at its next slice
+        quit();                    // exec() returns at once if it has not begun yet
         const bool guiThread = QThread::currentThread() == thread();
         while (!wait(10)) {
             quit();
@@ -51,16 +51,36 @@ void CommThread::shutdown() {
     std::lock_guard<std::mutex> finished(m_runLock);
 }
 
-void CommThread::setRenderer(vtkRenderer* r) { renderers.append(r); }
-void CommThread::setPlot(PlottingPanelQwt* p) { plots.append(p); }
-void CommThread::setCanvas(Canvas* c) { canvases.append(c); }
-void CommThread::setDialogs(Dialog* d) { dialogs.append(d); }
-void CommThread::setTrailQwt(TrailQwt* t) { trails.append(t); }
-void CommThread::setBrowser(Browser* b) { browsers.append(b); }
-void CommThread::setDrawables(Drawable* d) { drawables.append(d); }
-void CommThread::setCheckBoxes(CheckBox* c) { checkBoxes.append(c); }
-void CommThread::setDrawablesI(int index, Drawable* d) { indexedDrawables.insert(index, d); }
-void CommThread::setSendingObjI(int index, SendClass* o) { sendingObjects.insert(index, o); }
+void CommThread::setRenderer(vtkRenderer* r) {
+    renderers.append(r);
+}
+void CommThread::setPlot(PlottingPanelQwt* p) {
+    plots.append(p);
+}
+void CommThread::setCanvas(Canvas* c) {
+    canvases.append(c);
+}
+void CommThread::setDialogs(Dialog* d) {
+    dialogs.append(d);
+}
+void CommThread::setTrailQwt(TrailQwt* t) {
+    trails.append(t);
+}
+void CommThread::setBrowser(Browser* b) {
+    browsers.append(b);
+}
+void CommThread::setDrawables(Drawable* d) {
+    drawables.append(d);
+}
+void CommThread::setCheckBoxes(CheckBox* c) {
+    checkBoxes.append(c);
+}
+void CommThread::setDrawablesI(int index, Drawable* d) {
+    indexedDrawables.insert(index, d);
+}
+void CommThread::setSendingObjI(int index, SendClass* o) {
+    sendingObjects.insert(index, o);
+}
 
 void CommThread::setInteractiveControls(InteractiveControlI* c) {
     interactiveControls.append(c);
@@ -74,8 +94,7 @@ void CommThread::setInteractiveControls(InteractiveControlI* c) {
 }
 
 void CommThread::setPauseButtons(PauseButton* b) {
-    connect(b, &PauseButton::sigValueChanged, this, &CommThread::updatePause,
-            Qt::DirectConnection);
+    connect(b, &PauseButton::sigValueChanged, this, &CommThread::updatePause, Qt::DirectConnection);
 }
 
 void CommThread::addGroup(const char* name, ButtonGroup* g) {
@@ -89,14 +108,20 @@ ButtonGroup* CommThread::isButtonGroup(const char* name) {
     return at < 0 ? nullptr : buttonGroups.at(at);
 }
 
-void CommThread::setServerAddress(QString address) { m_socket->setServerAddress(address); }
-void CommThread::setServerPort(int port) { m_socket->setServerPort(port); }
-void CommThread::setVerbose(bool on) { m_verbose = on; }
+void CommThread::setServerAddress(QString address) {
+    socket->setServerAddress(address);
+}
+void CommThread::setServerPort(int port) {
+    socket->setServerPort(port);
+}
+void CommThread::setVerbose(bool on) {
+    verbose = on;
+}
 
 void CommThread::play() {
     {
         std::lock_guard<std::mutex> guard(m_stateLock);
-        m_stopped = false;
+        stopped = false;
     }
     m_stateChanged.notify_all();
 }
@@ -104,7 +129,7 @@ void CommThread::play() {
 void CommThread::stop() {
     {
         std::lock_guard<std::mutex> guard(m_stateLock);
-        m_stopped = true;
+        stopped = true;
     }
     m_stateChanged.notify_all();
 }
@@ -112,7 +137,7 @@ void CommThread::stop() {
 void CommThread::updatePause(bool running) {
     {
         std::lock_guard<std::mutex> guard(m_stateLock);
-        m_paused = !running;
+        paused = !running;
     }
     m_stateChanged.notify_all();
 }
@@ -138,8 +163,8 @@ int CommThread::getPendingCount() const {
 }
 
 void CommThread::logLine(const QByteArray& text) {
-    if (m_verbose)
-        m_log->line(text);
+    if (verbose)
+        logFile->line(text);
 }
 
 void CommThread::queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value) {
@@ -164,11 +189,11 @@ void CommThread::applyWidgetUpdates() {
 void CommThread::run() {
     std::vector<float> scratch(kScratchSize);
     std::vector<float> gridCopy;
-    RecordContext context{this,         m_socket.get(), &message, &floatValues, &doubleValues,
-                          &intValues,   &scratch,       &gridCopy};
+    RecordContext context{this,          socket.get(), &message, &floatValues,
+                          &doubleValues, &intValues,   &scratch, &gridCopy};
 
-    m_log->open();
-    m_socket->connectToServer();
+    logFile->open();
+    socket->connectToServer();
     logLine("COMMTHREAD: Inicio Hebra CommThread");
     for (Drawable* d : qAsConst(drawables)) {
         if (auto* paintable = dynamic_cast<DrawableI*>(d)) {
@@ -188,9 +213,9 @@ void CommThread::run() {
             // A paused exchange, and a failed link waiting for stop(), sleep
             // here until the flags change: no polling, no CPU.
             std::unique_lock<std::mutex> guard(m_stateLock);
-            m_stateChanged.wait(guard, [&] { return m_stopped || (!m_paused && !failed); });
+            m_stateChanged.wait(guard, [&] { return stopped || (!paused && !failed); });
         }
-        if (m_stopped)
+        if (stopped)
             break;
         if (!runCycle(context, targets)) {
             failed = true;
@@ -204,10 +229,10 @@ void CommThread::run() {
 
 bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targets) {
     int sent = 0;
-    if (!m_socket->sendData(&pendingCount, &pendingIndices, &pendingValues, &m_pendingLock, &sent))
+    if (!socket->sendData(&pendingCount, &pendingIndices, &pendingValues, &m_pendingLock, &sent))
         return false;
-    m_socket->getChalk();
-    if (!m_socket->lastStringComplete())
+    socket->getChalk();
+    if (!socket->lastStringComplete())
         return false;
     {
         // Only what the message carried leaves the list; a change recorded
@@ -223,8 +248,8 @@ bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targ
 
     const int n = sendingObjects.size();
     for (int i = 0; i < n; ++i) {
-        const int num = m_socket->getNumValue(&message);
-        if (!m_socket->lastStringComplete())
+        const int num = socket->getNumValue(&message);
+        if (!socket->lastStringComplete())
             return false; // a partial record is never applied
         const auto target = targets.constFind(num);
         if (target != targets.cend() && target->apply)
@@ -239,7 +264,8 @@ bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targ
     // The main window's render pass applies them first thing; without one,
     // a queued call lands on the GUI thread ahead of any later hand-over.
     if (widgets && !m_renderPassAppliesWidgets.load())
-        QMetaObject::invokeMethod(this, [this] { applyWidgetUpdates(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { applyWidgetUpdates(); }, Qt::QueuedConnection);
     if (n > 0)
         emit dataUpdated();
     return true;

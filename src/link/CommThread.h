@@ -110,12 +110,12 @@ public:
     /// The destructor does the same.
     void shutdown();
 
-    bool isStopped() const { return m_stopped.load(); }
-    bool isPaused() const { return m_paused.load(); }
-    bool isVerbose() const { return m_verbose; }
+    bool isStopped() const { return stopped.load(); }
+    bool isPaused() const { return paused.load(); }
+    bool isVerbose() const { return verbose; }
     /// The socket client, owned by the thread (for its verbose flag, and for
     /// closing the link).
-    SocketClass* getSocket() const { return m_socket.get(); }
+    SocketClass* getSocket() const { return socket.get(); }
     /// Carries out, on the GUI thread, the widget changes that records asked
     /// for (read-out values, number fields' enabled state). The main window
     /// calls it at the start of each render pass; without a main window the
@@ -159,11 +159,11 @@ private:
     friend class MainWindow;
     std::atomic<bool> m_renderPassAppliesWidgets{false}; ///< set by the main window
 
-    std::unique_ptr<SocketClass> m_socket;
-    std::unique_ptr<LogStream> m_log;
-    std::atomic<bool> m_stopped{false};
-    std::atomic<bool> m_paused{false};
-    bool m_verbose = false;
+    std::unique_ptr<SocketClass> socket;
+    std::unique_ptr<LogStream> logFile;
+    std::atomic<bool> stopped{false};
+    std::atomic<bool> paused{false};
+    bool verbose = false;
 
     QString message; ///< payload of the record being processed
     // The pending list. Appended on the GUI thread and handed to the socket
