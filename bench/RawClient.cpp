@@ -25,30 +25,33 @@ RawClient::~RawClient() {
         ::close(m_fd);
 }
 
+bool RawClient::fill() {
+    if (m_begin != m_end)
+        return true;
+    const ssize_t n = ::recv(m_fd, m_buf, sizeof m_buf, 0);
+    if (n <= 0)
+        return false;
+    m_begin = 0;
+    m_end = size_t(n);
+    return true;
+}
+
 bool RawClient::readAck() {
-    if (m_begin == m_end) {
-        const ssize_t n = ::recv(m_fd, m_buf, sizeof m_buf, 0);
-        if (n <= 0)
-            return false;
-        m_begin = 0;
-        m_end = size_t(n);
-    }
+    if (!fill())
+        return false;
     m_begin += std::min<size_t>(10, m_end - m_begin);
     return true;
 }
 
-bool RawClient::send(const char* data, size_t n) { return ::send(m_fd, data, n, 0) == ssize_t(n); }
+bool RawClient::send(const char* data, size_t n) {
+    return ::send(m_fd, data, n, 0) == ssize_t(n);
+}
 
 bool RawClient::readString(std::string* out) {
     out->clear();
     for (;;) {
-        if (m_begin == m_end) {
-            const ssize_t n = ::recv(m_fd, m_buf, sizeof m_buf, 0);
-            if (n <= 0)
-                return false;
-            m_begin = 0;
-            m_end = size_t(n);
-        }
+        if (!fill())
+            return false;
         const char* start = m_buf + m_begin;
         const void* hit = std::memchr(start, '#', m_end - m_begin);
         if (hit) {

@@ -15,6 +15,7 @@ public:
     bool readString(std::string* out);     // up to and including '#', then the client ack
 
 private:
+    bool fill(); // refills the buffer when it is empty
     int m_fd = -1;
     char m_buf[65536];
     size_t m_begin = 0, m_end = 0;

@@ -336,28 +336,23 @@ void PlanarGrid::fillCoordinates(vtkFloatArray* coordinates, int count, float sp
     coordinates->Modified();
 }
 
+void PlanarGrid::setAxisLength(float L, float& length, int cells, float& spacing,
+                               vtkFloatArray* coordinates, float origin) {
+    length = L;
+    spacing = cells > 0 ? L / float(cells) : 0.0f;
+    fillCoordinates(coordinates, cells + 1, spacing, origin);
+    if (displayVectors)
+        buildGlyphPoints();
+}
+
 void PlanarGrid::setLengthx(float L) {
-    lengthx = L;
-    dx = nx > 0 ? L / float(nx) : 0.0f;
-    fillCoordinates(xCoordinates, nx + 1, dx, x0);
-    if (displayVectors)
-        buildGlyphPoints();
+    setAxisLength(L, lengthx, nx, dx, xCoordinates, x0);
 }
-
 void PlanarGrid::setLengthy(float L) {
-    lengthy = L;
-    dy = ny > 0 ? L / float(ny) : 0.0f;
-    fillCoordinates(yCoordinates, ny + 1, dy, y0);
-    if (displayVectors)
-        buildGlyphPoints();
+    setAxisLength(L, lengthy, ny, dy, yCoordinates, y0);
 }
-
 void PlanarGrid::setLengthz(float L) {
-    lengthz = L;
-    dz = nz > 0 ? L / float(nz) : 0.0f;
-    fillCoordinates(zCoordinates, nz + 1, dz, z0);
-    if (displayVectors)
-        buildGlyphPoints();
+    setAxisLength(L, lengthz, nz, dz, zCoordinates, z0);
 }
 
 void PlanarGrid::setDimensions(int nx, int ny, int nz) {

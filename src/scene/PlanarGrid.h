@@ -132,6 +132,9 @@ public:
 
 private:
     static void fillCoordinates(vtkFloatArray* coordinates, int count, float spacing, float origin);
+    /// One axis of setLengthx/y/z: length, spacing, line positions, glyphs.
+    void setAxisLength(float L, float& length, int cells, float& spacing,
+                       vtkFloatArray* coordinates, float origin);
     void buildGlyphPoints();
     void takeReferences();
     void releaseReferences();
