@@ -25,7 +25,7 @@ fi
 
 run=()
 if [ -z "${DISPLAY:-}" ] && command -v xvfb-run >/dev/null; then
-  run=(xvfb-run -a -s "-screen 0 1280x1024x24")
+  run=(xvfb-run -a -s "-screen 0 1280x1024x24 -noreset")
 fi
 "${run[@]}" timeout 90 "$client" --port "$port" --cycles "$cycles" "$@"
 client_rc=$?
