@@ -154,7 +154,8 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content"); // null: the file is not written
         QFile real(testData(QStringLiteral("fels.3ds")));
-        QVERIFY(real.open(QIODevice::ReadOnly));
+        if (!real.open(QIODevice::ReadOnly)) // realFiles reports it as a failure
+            QSKIP("the real 3DS test files are missing");
         const QByteArray fels = real.readAll();
         ThreeDSWriter noMesh, badFace, undefined, longName;
         noMesh.addMaterial({"Lonely", {{10, 20, 30}}});
