@@ -94,7 +94,7 @@ private slots:
         browser.settingURL(address);
         QVERIFY(browser.url() != QUrl(address)); // the start page comes first
         w.commThread->setBrowser(&browser);
-        QTRY_COMPARE(browser.url(), QUrl(address));
+        QTRY_COMPARE_WITH_TIMEOUT(browser.url(), QUrl(address), 60000); // Chromium starts
         QVERIFY(browser.isVisible());
         browser.setUrl(QUrl("about:blank#later"));
         renderPass(w);
@@ -184,8 +184,8 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(&w));
         link->start();
 
-        QTRY_VERIFY(trail.getCurve()->dataSize() > 20);
-        QTRY_COMPARE(readOut.getLabel()->text(), QStringLiteral("h = 2.50 m"));
+        QTRY_VERIFY_WITH_TIMEOUT(trail.getCurve()->dataSize() > 20, 60000);
+        QTRY_COMPARE_WITH_TIMEOUT(readOut.getLabel()->text(), QStringLiteral("h = 2.50 m"), 60000);
         const QImage before = view->canvas->grabFramebuffer();
         const QPoint centre = before.rect().center();
         PROBE_VERIFY(probe::near(before.pixelColor(centre), Qt::red, 100), before, "before");
@@ -193,8 +193,9 @@ private slots:
 
         x = 1.6; // the next records move the sphere to the right
         QImage after;
-        QTRY_VERIFY((after = view->canvas->grabFramebuffer(),
-                     probe::near(after.pixelColor(centre), Qt::white, 25))); // the sphere has gone
+        QTRY_VERIFY_WITH_TIMEOUT((after = view->canvas->grabFramebuffer(),
+                                  probe::near(after.pixelColor(centre), Qt::white, 25)),
+                                 60000);                                 // the sphere has gone
         const int right = centre.x() + int(1.6 / 5.36 * after.height()); // x = 1.6 in view units
         PROBE_VERIFY(probe::near(after.pixelColor(right, centre.y()), Qt::red, 100), after,
                      "after");

@@ -109,9 +109,9 @@ private slots:
         std::optional<CycleServer> cycling;
         std::optional<ServerThread> silent;
         if (state == "silent")
-            silent.emplace([](SimulationServer& s) { s.readRaw(1, 3000); }, 3000);
+            silent.emplace([](SimulationServer& s) { s.readRaw(1, 30000); }, 30000);
         else
-            cycling.emplace([](int) { return QVector<QByteArray>{"1,#"}; }, 1000000, 3000);
+            cycling.emplace([](int) { return QVector<QByteArray>{"1,#"}; }, 1000000, 30000);
         Sphere sphere;
         QObject receiver;
         QAtomicInt renders = 0;
@@ -140,7 +140,9 @@ private slots:
             w->close();
         delete thread;
         w.reset();
-        QVERIFY2(timer.elapsed() < (window ? 1000 : 2000), "shutdown must not wait on the link");
+        // Far below the servers' 30 s: a shutdown that waited on the link
+        // would show, while a loaded machine still has ample time.
+        QVERIFY2(timer.elapsed() < 10000, "shutdown must not wait on the link");
     }
 };
 

@@ -130,18 +130,17 @@ private slots:
         CommThread thread;
         connectTo(thread, server.port());
         thread.start();
-        // Recording starts once cycles run and goes on until the server has
-        // finished a few more of them, so data messages are built while
+        // Recording starts once cycles run and goes on until two data
+        // messages have carried changes, so the list is handed over while
         // changes still arrive however fast or slow the machine is.
         QTRY_VERIFY_WITH_TIMEOUT(server.cycles() >= 1, 20000);
         int recorded = 0;
         std::thread recorder([&] {
-            const int from = server.cycles();
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-            while (recorded < atLeast ||
-                   (server.cycles() < from + 3 && std::chrono::steady_clock::now() < deadline)) {
-                addPending(thread, recorded,
-                           recorded * 0.5); // as a control's direct connection does
+            while (recorded < atLeast || (server.messagesWithEntries() < 2 &&
+                                          std::chrono::steady_clock::now() < deadline)) {
+                // as a control's direct connection does
+                addPending(thread, recorded, recorded * 0.5);
                 if (++recorded >= atLeast)
                     std::this_thread::yield(); // leave the cores to the cycles
             }
@@ -158,15 +157,12 @@ private slots:
             return all;
         };
         QTRY_COMPARE_WITH_TIMEOUT(received(), expected, 60000);
-        int carrying = 0; // the hand-over really overlapped the recording
-        for (const QByteArray& m : server.dataMessages())
-            carrying += m.contains(',') ? 1 : 0;
-        QVERIFY2(carrying > 1, qPrintable(QString::number(carrying)));
+        QVERIFY(server.messagesWithEntries() > 1); // the hand-over overlapped the recording
         thread.shutdown();
     }
 
     void pauseAndStop() {
-        std::atomic<bool> release{false};
+        std::atomic<bool> release{false}, inCycle{false};
         QByteArray duringPause;
         QVector<SimulationServer::Entry> entries;
         bool resumed = false;
@@ -174,6 +170,7 @@ private slots:
             s.sendAck();
             s.readData(&entries);
             s.sendChalk(1);
+            inCycle = true;         // the link thread is past its pause check
             while (!release.load()) // the test pauses the thread mid-cycle
                 QThread::msleep(1);
             s.sendRecord(1, {});
@@ -190,7 +187,8 @@ private slots:
         thread.setSendingObjI(1, &sphere);
         SignalCounter updates(&thread, &CommThread::dataUpdated);
         thread.start();
-        QTRY_COMPARE(updates.count(), 1);
+        QTRY_VERIFY(inCycle.load());
+        QCOMPARE(updates.count(), 1); // start-up only
         thread.updatePause(false);
         release = true;
         QTRY_COMPARE(updates.count(), 2); // the cycle under way finishes
@@ -249,8 +247,8 @@ private slots:
         SignalCounter failed(&thread, &CommThread::connectionFailed);
         thread.start();
         QTRY_COMPARE(failed.count(), 1);
-        QVERIFY(server.wait(15000));
-        thread.shutdown(); // no second report, and the loop ends
+        QVERIFY(refused || server.wait(15000)); // refused: no client ever comes
+        thread.shutdown();                      // no second report, and the loop ends
         QCOMPARE(failed.count(), 1);
         QCOMPARE(orientationZ(sa), turnA);
         QCOMPARE(orientationZ(sb), turnB);

@@ -13,6 +13,8 @@ CycleServer::CycleServer(Records records, int maxCycles, int readTimeoutMs)
                       std::lock_guard<std::mutex> guard(m_lock);
                       m_messages.append(s.lastDataMessage());
                   }
+                  if (s.lastDataMessage().contains(','))
+                      ++m_withEntries;
                   if (!ok || !s.sendChalk(c))
                       return;
                   for (const QByteArray& r : m_records(c))

@@ -24,11 +24,14 @@ public:
     bool finished() const { return m_thread.finished(); }
     bool wait(int ms) { return m_thread.wait(ms); }
     QVector<QByteArray> dataMessages() const;
+    /// Data messages read so far that carried at least one change.
+    int messagesWithEntries() const { return m_withEntries.load(); }
 
 private:
     Records m_records;
     int m_maxCycles;
     std::atomic<int> m_cycles{0};
+    std::atomic<int> m_withEntries{0};
     mutable std::mutex m_lock;
     QVector<QByteArray> m_messages;
     ServerThread m_thread;

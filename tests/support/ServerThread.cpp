@@ -10,19 +10,28 @@ ServerThread::ServerThread(Script script, int readTimeoutMs)
         server.setTimeout(m_timeout);
         const bool ok = server.listen();
         m_portPromise.set_value(ok ? server.port() : 0);
-        if (ok && server.waitForClient(m_timeout))
-            m_script(server);
+        // The accept deadline is independent of the read timeout: a script
+        // with short reads must not give up on a front-end that connects late.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (ok && !m_abandoned.load() && std::chrono::steady_clock::now() < deadline)
+            if (server.waitForClient(50)) {
+                m_script(server);
+                break;
+            }
         m_finished = true;
         m_donePromise.set_value();
     });
 }
 
 ServerThread::~ServerThread() {
+    m_abandoned = true;
     if (m_thread.joinable())
         m_thread.join();
 }
 
-quint16 ServerThread::port() { return m_port.get(); }
+quint16 ServerThread::port() {
+    return m_port.get();
+}
 
 bool ServerThread::wait(int ms) {
     if (m_done.wait_for(std::chrono::milliseconds(ms)) != std::future_status::ready)

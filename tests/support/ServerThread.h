@@ -10,6 +10,8 @@
 /// Runs a simulation server script on a thread of its own: the server listens
 /// on an ephemeral loopback port, waits for one front-end and runs the script.
 /// Every read of the server has a time limit, so a script never hangs a test.
+/// The wait for the front-end is long (a loaded machine may be slow to
+/// connect) and ends early when the ServerThread is destroyed unused.
 class ServerThread {
 public:
     using Script = std::function<void(SimulationServer&)>;
@@ -29,6 +31,7 @@ private:
     std::promise<quint16> m_portPromise;
     std::shared_future<quint16> m_port;
     std::atomic<bool> m_finished{false};
+    std::atomic<bool> m_abandoned{false};
     std::promise<void> m_donePromise;
     std::future<void> m_done;
     std::thread m_thread;
