@@ -3,6 +3,8 @@
 
 #include <QtTest>
 
+#include "ColourTableProbe.h"
+
 #include <vtkActorCollection.h>
 #include <vtkDataSetMapper.h>
 #include <vtkFloatArray.h>
@@ -18,6 +20,8 @@
 #include <stdexcept>
 
 using Floats = QVector<float>;
+
+using probe::colourNear;
 
 namespace {
 std::unique_ptr<PlanarGrid> makeGrid(float x0, float y0, float z0, float lx, float ly, float lz,
@@ -51,12 +55,6 @@ QString point(vtkPoints* points, vtkIdType id) {
     double p[3];
     points->GetPoint(id, p);
     return text({float(p[0]), float(p[1]), float(p[2])});
-}
-
-bool colourNear(vtkLookupTable* lut, double value, double r, double g, double b) {
-    double c[3];
-    lut->GetColor(value, c);
-    return qAbs(c[0] - r) < 0.02 && qAbs(c[1] - g) < 0.02 && qAbs(c[2] - b) < 0.02;
 }
 } // namespace
 

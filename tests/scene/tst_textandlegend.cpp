@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "ColourTableProbe.h"
+
 #include <vtkLookupTable.h>
 #include <vtkScalarBarActor.h>
 #include <vtkTextProperty.h>
@@ -17,15 +19,11 @@
 #include <clocale>
 #include <cstdio>
 
+using probe::colourNear;
+
 namespace {
 QString shown(VectorText& t) {
     return QString::fromUtf8(t.getSource()->GetText());
-}
-
-bool colourNear(vtkLookupTable* lut, double value, double r, double g, double b) {
-    double c[3];
-    lut->GetColor(value, c);
-    return qAbs(c[0] - r) < 0.02 && qAbs(c[1] - g) < 0.02 && qAbs(c[2] - b) < 0.02;
 }
 } // namespace
 
