@@ -54,8 +54,8 @@ std::thread serve(std::promise<quint16>& port, int cycles, const QVector<QByteAr
 
 QVector<QByteArray> sphereRecords(int n) {
     QVector<QByteArray> records;
-    const double v[21] = {1, 2, 3, 0, 0, 0, 0.5, 0.25, 1, 0.5, 0.2, 0.4, 0.6, 0.7, 0.3, 12, 0.8,
-                          0, 0.1, 0.9, 0.5};
+    const double v[21] = {1,   2,   3,   0,   0,  0,   0.5, 0.25, 1,   0.5, 0.2,
+                          0.4, 0.6, 0.7, 0.3, 12, 0.8, 0,   0.1,  0.9, 0.5};
     for (int i = 0; i < n; ++i)
         records << SimulationServer::record(i, v, 21);
     return records;
@@ -121,8 +121,8 @@ void cycleRate() {
             raw = std::max(raw, rawRate(n, cycles));
             lib = std::max(lib, libraryRate(n, cycles));
         }
-        std::printf("N=%4d  CommThread %8.0f cycles/s  raw %8.0f cycles/s  time ratio %.2f%s\n",
-                    n, lib, raw, raw / lib, n == 100 ? " (target <= 1.25)" : "");
+        std::printf("N=%4d  CommThread %8.0f cycles/s  raw %8.0f cycles/s  time ratio %.2f%s\n", n,
+                    lib, raw, raw / lib, n == 100 ? " (target <= 1.25)" : "");
     }
 }
 
@@ -168,9 +168,7 @@ void gridRecord() {
             grid.rotateX(x[6]);
             grid.rotateY(x[7]);
             grid.rotateZ(x[8]);
-            grid.setLengthx(x[9]);
-            grid.setLengthy(x[10]);
-            grid.setLengthz(x[11]);
+            grid.setLengths(x[9], x[10], x[11]);
             grid.setx0y0z0(x[12], x[13], x[14]);
             x += 15;
             std::copy(x, x + n, scratch.data());

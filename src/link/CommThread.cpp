@@ -145,8 +145,8 @@ void CommThread::updatePause(bool running) {
 void CommThread::updateInewIndex(double value, int index) {
     std::lock_guard<std::mutex> guard(m_pendingLock);
     ++pendingCount;
-    pendingIndices.insert(pendingCount - 1, index);
-    pendingValues.insert(pendingCount - 1, value);
+    pendingIndices.append(index);
+    pendingValues.append(value);
 }
 
 QVector<QPair<int, double>> CommThread::pendingEntries() const {
@@ -243,7 +243,7 @@ bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targ
         pendingCount -= sent;
     }
     logLine("COMMTHREAD: Send data to the server");
-    if (sent > 0)
+    if (sent > 0 && verbose) // no text built for a silent log
         logLine("index " + QByteArray::number(sent));
 
     const int n = sendingObjects.size();
@@ -256,16 +256,19 @@ bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targ
             target->apply(context, target->object); // unknown num fields are read and ignored
     }
 
-    bool widgets;
-    {
-        std::lock_guard<std::mutex> guard(m_widgetLock);
-        widgets = !m_widgetUpdates.empty();
+    // The main window's render pass applies widget updates first thing;
+    // without one, a queued call lands on the GUI thread ahead of any later
+    // hand-over.
+    if (!m_renderPassAppliesWidgets.load()) {
+        bool widgets;
+        {
+            std::lock_guard<std::mutex> guard(m_widgetLock);
+            widgets = !m_widgetUpdates.empty();
+        }
+        if (widgets)
+            QMetaObject::invokeMethod(
+                this, [this] { applyWidgetUpdates(); }, Qt::QueuedConnection);
     }
-    // The main window's render pass applies them first thing; without one,
-    // a queued call lands on the GUI thread ahead of any later hand-over.
-    if (widgets && !m_renderPassAppliesWidgets.load())
-        QMetaObject::invokeMethod(
-            this, [this] { applyWidgetUpdates(); }, Qt::QueuedConnection);
     if (n > 0)
         emit dataUpdated();
     return true;

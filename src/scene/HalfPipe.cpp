@@ -111,6 +111,13 @@ void HalfPipe::setLength(float l) {
     paintTube();
 }
 
+void HalfPipe::setTube(float radiusMin, float radiusMax, float length) {
+    this->radiusMin = radiusMin;
+    this->radiusMax = radiusMax;
+    this->length = length;
+    paintTube();
+}
+
 void HalfPipe::setDimensions(int angular, int radial, int axial) {
     dimensions[0] = angular;
     dimensions[1] = radial;

@@ -38,6 +38,9 @@ public:
     void setRadiusMin(float r);
     void setRadiusMax(float r);
     void setLength(float l);
+    /// `setRadiusMin`, `setRadiusMax` and `setLength` in one go, with one
+    /// rebuild of the points instead of three (the half-pipe record's path).
+    void setTube(float radiusMin, float radiusMax, float length);
     /// Points along the half circle, across the wall and along the axis.
     void setDimensions(int angular, int radial, int axial);
 

@@ -37,14 +37,6 @@ int gridDimension(int lines) {
     return std::max(lines, 0);
 }
 
-template <typename T> void share(T*& mine, T* theirs) {
-    if (theirs)
-        theirs->Register(nullptr);
-    if (mine)
-        mine->Delete();
-    mine = theirs;
-}
-
 template <typename T> void take(T* object) {
     if (object)
         object->Register(nullptr);
@@ -188,22 +180,22 @@ PlanarGrid& PlanarGrid::operator=(const PlanarGrid& other) {
     dz = other.dz;
     cellColors = other.cellColors;
     vectorMagnitude = other.vectorMagnitude;
-    share(grid, other.grid);
-    share(cellLUT, other.cellLUT);
-    share(vectorLUT, other.vectorLUT);
-    share(scalars, other.scalars);
-    share(magnitudes, other.magnitudes);
-    share(vectors, other.vectors);
-    share(xCoordinates, other.xCoordinates);
-    share(yCoordinates, other.yCoordinates);
-    share(zCoordinates, other.zCoordinates);
-    share(mapper, other.mapper);
-    share(glyph, other.glyph);
-    share(glyphMapper, other.glyphMapper);
-    share(glyphActor, other.glyphActor);
-    share(arrow, other.arrow);
-    share(glyphInput, other.glyphInput);
-    share(glyphPoints, other.glyphPoints);
+    shareReference(grid, other.grid);
+    shareReference(cellLUT, other.cellLUT);
+    shareReference(vectorLUT, other.vectorLUT);
+    shareReference(scalars, other.scalars);
+    shareReference(magnitudes, other.magnitudes);
+    shareReference(vectors, other.vectors);
+    shareReference(xCoordinates, other.xCoordinates);
+    shareReference(yCoordinates, other.yCoordinates);
+    shareReference(zCoordinates, other.zCoordinates);
+    shareReference(mapper, other.mapper);
+    shareReference(glyph, other.glyph);
+    shareReference(glyphMapper, other.glyphMapper);
+    shareReference(glyphActor, other.glyphActor);
+    shareReference(arrow, other.arrow);
+    shareReference(glyphInput, other.glyphInput);
+    shareReference(glyphPoints, other.glyphPoints);
     displayVectors = other.displayVectors;
     std::copy(other.cellPoints, other.cellPoints + 3, cellPoints);
     scaleVector = other.scaleVector;
@@ -262,7 +254,7 @@ void PlanarGrid::paint() {
         renderer->AddActor(glyphActor);
 }
 
-void PlanarGrid::setCellColors(std::vector<float> colors) {
+void PlanarGrid::setCellColors(const std::vector<float>& colors) {
     try {
         for (int i = 0; i < cellNumber; ++i)
             scalars->SetValue(i, colors.at(std::size_t(i)));
@@ -303,8 +295,10 @@ void PlanarGrid::setVectorMagnitude(float* m) {
 void PlanarGrid::setVectors(float* v) {
     if (!displayVectors)
         return;
-    for (int i = 0; i < cellNumber; ++i)
-        vectors->SetTuple3(i, double(v[3 * i]), double(v[3 * i + 1]), double(v[3 * i + 2]));
+    // Straight into the float storage: the same values SetTuple3 would store
+    // (float to double and back is exact), without a virtual call per cell.
+    if (cellNumber > 0)
+        std::memcpy(vectors->GetPointer(0), v, std::size_t(cellNumber) * 3 * sizeof(float));
     vectors->Modified();
 }
 
@@ -337,11 +331,11 @@ void PlanarGrid::fillCoordinates(vtkFloatArray* coordinates, int count, float sp
 }
 
 void PlanarGrid::setAxisLength(float L, float& length, int cells, float& spacing,
-                               vtkFloatArray* coordinates, float origin) {
+                               vtkFloatArray* coordinates, float origin, bool rebuildGlyphs) {
     length = L;
     spacing = cells > 0 ? L / float(cells) : 0.0f;
     fillCoordinates(coordinates, cells + 1, spacing, origin);
-    if (displayVectors)
+    if (displayVectors && rebuildGlyphs)
         buildGlyphPoints();
 }
 
@@ -353,6 +347,11 @@ void PlanarGrid::setLengthy(float L) {
 }
 void PlanarGrid::setLengthz(float L) {
     setAxisLength(L, lengthz, nz, dz, zCoordinates, z0);
+}
+void PlanarGrid::setLengths(float Lx, float Ly, float Lz) {
+    setAxisLength(Lx, lengthx, nx, dx, xCoordinates, x0, false);
+    setAxisLength(Ly, lengthy, ny, dy, yCoordinates, y0, false);
+    setAxisLength(Lz, lengthz, nz, dz, zCoordinates, z0);
 }
 
 void PlanarGrid::setDimensions(int nx, int ny, int nz) {

@@ -60,7 +60,7 @@ public:
 
     /// Replaces the first `getCellNumber()` cell colour values. A shorter
     /// vector stores what it holds and then throws std::out_of_range.
-    void setCellColors(std::vector<float> colors);
+    void setCellColors(const std::vector<float>& colors);
 
     /// Configures the cell colour table. `scale` 1 is linear, anything else
     /// base-10 logarithmic; `ramp` 1 is linear, anything else an S-curve.
@@ -92,6 +92,9 @@ public:
     void setLengthx(float L);
     void setLengthy(float L);
     void setLengthz(float L);
+    /// `setLengthx`, `setLengthy` and `setLengthz` in one go, with a single
+    /// rebuild of the glyph positions instead of three (the grid record's path).
+    void setLengths(float Lx, float Ly, float Lz);
     /// Re-spaces the grid with `nx` × `ny` × `nz` grid lines (lines, not
     /// cells). The value arrays keep their size, so the resulting number of
     /// cells must not exceed `getCellNumber()`; a call that would is refused.
@@ -134,7 +137,7 @@ private:
     static void fillCoordinates(vtkFloatArray* coordinates, int count, float spacing, float origin);
     /// One axis of setLengthx/y/z: length, spacing, line positions, glyphs.
     void setAxisLength(float L, float& length, int cells, float& spacing,
-                       vtkFloatArray* coordinates, float origin);
+                       vtkFloatArray* coordinates, float origin, bool rebuildGlyphs = true);
     void buildGlyphPoints();
     void takeReferences();
     void releaseReferences();

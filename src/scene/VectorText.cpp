@@ -25,12 +25,8 @@ VectorText& VectorText::operator=(const VectorText& other) {
     if (this == &other)
         return *this;
     DrawableSource::operator=(other);
-    other.source->Register(nullptr);
-    other.mapper->Register(nullptr);
-    source->Delete();
-    mapper->Delete();
-    source = other.source;
-    mapper = other.mapper;
+    shareReference(source, other.source);
+    shareReference(mapper, other.mapper);
     initText = other.initText;
     finalText = other.finalText;
     interactiveValue = other.interactiveValue;

@@ -13,8 +13,8 @@
 #include <Orlavex/scene/DiskSource.h>
 #include <Orlavex/scene/File3DSImporter.h>
 #include <Orlavex/scene/HalfPipe.h>
-#include <Orlavex/scene/Plane.h>
 #include <Orlavex/scene/PlanarGrid.h>
+#include <Orlavex/scene/Plane.h>
 #include <Orlavex/scene/PolygonC.h>
 #include <Orlavex/scene/RegularPolygon.h>
 #include <Orlavex/scene/Sphere.h>
@@ -34,7 +34,9 @@ void RecordContext::parseDoubles(int count) {
     socket->processInput(message, doubles, count, ints, 0);
 }
 
-void RecordContext::emitTrail(TrailQwt* trail) { emit thread->trailUpdated(trail, doubles); }
+void RecordContext::emitTrail(TrailQwt* trail) {
+    emit thread->trailUpdated(trail, doubles);
+}
 
 void RecordContext::queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value) {
     thread->queueWidgetUpdate(field, readOut, value);
@@ -67,7 +69,9 @@ void applyPlacement(DrawableSource* o, const float* v) {
 }
 
 // Tails of the positioned block (numbers 9 on), one per kind.
-void sphereTail(Sphere* o, const float* t) { o->setRadius(t[0]); }
+void sphereTail(Sphere* o, const float* t) {
+    o->setRadius(t[0]);
+}
 void cylinderTail(Cylinder* o, const float* t) {
     o->setRadius(t[0]);
     o->setHeight(t[1]);
@@ -85,15 +89,15 @@ void diskTail(DiskSource* o, const float* t) {
     o->setInnerRadius(t[0]);
     o->setOuterRadius(t[1]);
 }
-void arrowTail(Arrow* o, const float* t) { o->setScale(double(t[0])); }
+void arrowTail(Arrow* o, const float* t) {
+    o->setScale(double(t[0]));
+}
 void coneTail(Cone* o, const float* t) {
     o->setRadius(t[0]);
     o->setHeight(t[1]);
 }
 void halfPipeTail(HalfPipe* o, const float* t) {
-    o->setRadiusMin(t[0]);
-    o->setRadiusMax(t[1]);
-    o->setLength(t[2]);
+    o->setTube(t[0], t[1], t[2]); // radius min, radius max, length
 }
 template <class T> void noTail(T*, const float*) {}
 
@@ -153,9 +157,7 @@ void applyGrid(RecordContext& c, SendClass* object) {
     SceneLock lock;
     if (p) {
         applyPlacement(g, x);
-        g->setLengthx(x[9]);
-        g->setLengthy(x[10]);
-        g->setLengthz(x[11]);
+        g->setLengths(x[9], x[10], x[11]);
         g->setx0y0z0(x[12], x[13], x[14]); // shows from the next rebuild on
         x += 15;
     }
@@ -196,11 +198,12 @@ void applyNumberField(RecordContext& c, SendClass* object) {
 
 /// Read-out: one number.
 void applyReadOut(RecordContext& c, SendClass* object) {
-    c.queueWidgetUpdate(nullptr, static_cast<DisplayDouble*>(object),
-                        double(c.parseFloats(1)[0]));
+    c.queueWidgetUpdate(nullptr, static_cast<DisplayDouble*>(object), double(c.parseFloats(1)[0]));
 }
 
-template <class T> bool is(SendClass* o) { return dynamic_cast<T*>(o) != nullptr; }
+template <class T> bool is(SendClass* o) {
+    return dynamic_cast<T*>(o) != nullptr;
+}
 
 struct Kind {
     bool (*matches)(SendClass*);
