@@ -73,11 +73,17 @@ void SocketClass::setServerAddress(QString address) {
         m_address = QHostAddress();
 }
 
-void SocketClass::setServerPort(int port) { m_port = quint16(port & 0xFFFF); }
+void SocketClass::setServerPort(int port) {
+    m_port = quint16(port & 0xFFFF);
+}
 
-void SocketClass::setVerbose(bool verbose) { m_verbose = verbose; }
+void SocketClass::setVerbose(bool verbose) {
+    m_verbose = verbose;
+}
 
-void SocketClass::log(const QByteArray& text) { m_log->line(text); }
+void SocketClass::log(const QByteArray& text) {
+    m_log->line(text);
+}
 
 void SocketClass::connectToServer() {
     m_log->open();
@@ -258,7 +264,21 @@ int SocketClass::recv_ack() {
 }
 
 bool SocketClass::readString(char terminal, QString* out) {
+    const char* src = nullptr;
+    int length = 0;
+    const bool complete = receiveString(terminal, &src, &length);
+    *out = QLatin1String(src, length); // reuses the string's room when it fits
+    return complete;
+}
+
+bool SocketClass::receiveString(char terminal, const char** begin, int* length) {
     m_lastStringComplete = false;
+    // The previous string's bytes were valid until now; a consumed buffer
+    // starts over at its front.
+    if (m_rxPos == m_rx.size()) {
+        m_rx.resize(0);
+        m_rxPos = 0;
+    }
     if (m_verbose)
         log("SOCKET: recv_string Entrada en funcion");
 
@@ -283,7 +303,8 @@ bool SocketClass::readString(char terminal, QString* out) {
     for (;;) {
         const char* base = m_rx.constData();
         if (scanFrom < m_rx.size()) {
-            const void* hit = std::memchr(base + scanFrom, terminal, size_t(m_rx.size() - scanFrom));
+            const void* hit =
+                std::memchr(base + scanFrom, terminal, size_t(m_rx.size() - scanFrom));
             if (hit) {
                 end = int(static_cast<const char*>(hit) - base) + 1;
                 break;
@@ -310,30 +331,22 @@ bool SocketClass::readString(char terminal, QString* out) {
         m_rx.resize(old + int(qMax<qint64>(got, 0)));
     }
 
-    int stop = end >= 0 ? end : m_rx.size();
     if (tooLong) {
         qWarning("SOCKET: recv_string: server string longer than %lld bytes, connection closed",
                  static_cast<long long>(m_maxStringLength));
-        stop = m_rxPos;
         m_closeRequested = true;
         pollClose();
+        m_rxPos = m_rx.size(); // nothing of the string is returned
     }
-    const int length = stop - m_rxPos;
-    out->resize(length);
-    const char* src = m_rx.constData() + m_rxPos;
-    QChar* dst = out->data();
-    for (int i = 0; i < length; ++i)
-        dst[i] = QChar(uchar(src[i]));
+    const int stop = end >= 0 ? end : m_rx.size();
+    *begin = m_rx.constData() + m_rxPos;
+    *length = stop - m_rxPos;
     m_rxPos = stop;
-    if (m_rxPos == m_rx.size()) {
-        m_rx.resize(0);
-        m_rxPos = 0;
-    }
     m_lastStringComplete = end >= 0;
 
     if (m_verbose) {
         log("SOCKET: recv_string: Client: recv terminal #");
-        log("SOCKET: recv_string: Client: recv " + out->toLatin1());
+        log("SOCKET: recv_string: Client: recv " + QByteArray::fromRawData(*begin, *length));
     }
     send_ack();
     return m_lastStringComplete;
@@ -365,13 +378,20 @@ int SocketClass::getChalk() {
 }
 
 int SocketClass::getNumValue(QString* data) {
-    readString('#', data);
-    const int comma = data->indexOf(QLatin1Char(','));
+    const char* src = nullptr;
+    int length = 0;
+    receiveString('#', &src, &length);
+    // The num field and the rest are widened apart, so the (possibly large)
+    // rest is written once and never shifted.
+    const auto* comma = static_cast<const char*>(std::memchr(src, ',', size_t(length)));
     int num = 0;
-    if (comma >= 0) {
-        num = toInt(data->constData(), comma);
-        data->remove(0, comma + 1); // in place: the record buffer is reused every cycle
+    if (comma) {
+        const int head = int(comma - src);
+        m_scratch = QLatin1String(src, head);
+        num = toInt(m_scratch.constData(), head);
+        *data = QLatin1String(comma + 1, length - head - 1);
     } else {
+        *data = QLatin1String(src, length);
         num = toInt(data->constData(), data->size());
     }
     if (m_verbose) {
@@ -398,8 +418,7 @@ void printField(const QChar* text, int length) {
 } // namespace
 
 template <typename T>
-void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints,
-                              int m) {
+void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints, int m) {
     const QChar* s = data->constData();
     const int length = data->size();
     const int last = length - 1; // the terminal, never part of a last field

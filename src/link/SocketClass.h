@@ -96,8 +96,12 @@ private:
     void send_ack();
 
     bool readString(char terminal, QString* out);
-    template <typename T> void parseFields(QString* data, QVector<T>* values, int n,
-                                           QVector<int>* ints, int m);
+    /// Reads one server string, logs it and sends the client ack. Its bytes
+    /// (the terminal included when it arrived) stay at [*begin, *begin +
+    /// *length) until the next read; true when the terminal arrived.
+    bool receiveString(char terminal, const char** begin, int* length);
+    template <typename T>
+    void parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints, int m);
     qint64 buffered() const;
     bool pollClose();
     bool waitReadable(bool ownBufferCounts); // false when the link is gone
@@ -115,8 +119,8 @@ private:
     // the socket's receive buffer.
     QByteArray m_rx;
     int m_rxPos = 0;
-    QByteArray m_tx;    // data message, reused every cycle
-    QString m_scratch;  // chalk string, reused every cycle
+    QByteArray m_tx;   // data message, reused every cycle
+    QString m_scratch; // chalk string and record num field, reused every cycle
     bool m_lastStringComplete = true;
     qint64 m_maxStringLength = qint64(256) * 1024 * 1024;
     // Who may touch the socket: its own thread only. The lock covers the hand

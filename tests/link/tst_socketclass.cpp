@@ -244,6 +244,26 @@ private slots:
         QVERIFY(server.wait(15000));
     }
 
+    // An overlong string right behind a whole one in the same read gives
+    // nothing: neither its own bytes nor those of the string before.
+    void overlongAfterAWholeString() {
+        ServerThread server([](SimulationServer& s) {
+            s.sendRaw("3,1#" + QByteArray(5000, '1'));
+            s.readRaw(2, 30000); // the client acks, or closes
+        });
+        SocketClass socket;
+        socket.setMaxStringLength(1000);
+        connectTo(socket, server);
+        QString data;
+        QCOMPARE(socket.getNumValue(&data), 3);
+        QCOMPARE(data, QStringLiteral("1#"));
+        QCOMPARE(socket.getNumValue(&data), 0);
+        QCOMPARE(data, QString());
+        QVERIFY(!socket.lastStringComplete());
+        QVERIFY(!socket.isConnected());
+        QVERIFY(server.wait(15000));
+    }
+
     void sendDataFails_data() {
         QTest::addColumn<bool>("server");
         QTest::addColumn<QStringList>("log");
