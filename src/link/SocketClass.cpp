@@ -214,17 +214,15 @@ int SocketClass::sendData(int* count, QVector<int>* indices, QVector<double>* va
             guard = std::unique_lock<std::mutex>(*lock);
         n = *count;
         char buf[16];
-        for (int k = 0; k <= n; ++k) {
-            if (k == 0) {
-                m_tx.append(buf, int(std::to_chars(buf, buf + sizeof buf, n).ptr - buf));
-            } else {
-                const int index = indices->at(k - 1);
-                m_tx.append(buf, int(std::to_chars(buf, buf + sizeof buf, index).ptr - buf));
-                m_tx.append(',');
-                appendFixed6(m_tx, values->at(k - 1));
-            }
-            if (k < n)
-                m_tx.append(',');
+        // count, then ",index,value" per entry, then the terminal; a negative
+        // count sends the terminal alone
+        if (n >= 0)
+            m_tx.append(buf, int(std::to_chars(buf, buf + sizeof buf, n).ptr - buf));
+        for (int k = 0; k < n; ++k) {
+            m_tx.append(',');
+            m_tx.append(buf, int(std::to_chars(buf, buf + sizeof buf, indices->at(k)).ptr - buf));
+            m_tx.append(',');
+            appendFixed6(m_tx, values->at(k));
         }
         m_tx.append('#');
     }
