@@ -36,6 +36,11 @@ void RecordContext::parseDoubles(int count) {
 
 void RecordContext::emitTrail(TrailQwt* trail) {
     emit thread->trailUpdated(trail, doubles);
+    // The blocking call reports its end through a futex that race checkers
+    // cannot see. The receiver holds the hand-over lock while it takes the
+    // points; taking it once here shows them that its reading of the call's
+    // arguments (on this thread's stack) came before this thread goes on.
+    std::lock_guard<std::mutex> seen(thread->handOverLock());
 }
 
 void RecordContext::queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value) {
