@@ -4,10 +4,7 @@
 //  2. one cycle of a 300000-cell grid record (p = v = c = 1), split into wire,
 //     parse and apply, against reading the same bytes and parsing them with
 //     std::from_chars.
-#include <Orlavex/link/CommThread.h>
-#include <Orlavex/link/SocketClass.h>
-#include <Orlavex/scene/PlanarGrid.h>
-#include <Orlavex/scene/Sphere.h>
+#include <Orlavex/Orlavex.h>
 #include <Orlavex/server/SimulationServer.h>
 
 #include "RawClient.h"

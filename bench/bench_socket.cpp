@@ -2,7 +2,7 @@
 //  1. exchange rate: SocketClass versus a raw POSIX client, same server, same wire exchange;
 //  2. parse throughput: processInput versus std::from_chars over the same bytes;
 //  3. large strings: reading one record string of 5, 10 and 20 MB (time must grow linearly).
-#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/Orlavex.h>
 #include <Orlavex/server/SimulationServer.h>
 
 #include "RawClient.h"

@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
@@ -24,9 +23,8 @@ int main(int argc, char** argv) {
             port = std::atoi(argv[i + 1]);
 
     SimulationServer server;
-    // A paused front-end keeps us waiting as long as the user likes: wait for
-    // days (a time-out of -1 gives up at once in this version of the class).
-    server.setTimeout(std::numeric_limits<int>::max());
+    // A paused front-end keeps us waiting as long as the user likes.
+    server.setTimeout(-1);
     if (!server.listen(QHostAddress::LocalHost, quint16(port))) {
         std::fprintf(stderr, "cannot listen on port %d\n", port);
         return 1;
@@ -41,7 +39,7 @@ int main(int argc, char** argv) {
     int cycle = 0;
     for (;; ++cycle) {
         QVector<SimulationServer::Entry> changes;
-        if (!server.sendAck() || !server.readData(&changes))
+        if (!server.nextCycle(&changes))
             break; // the front-end has gone: the session is over
         for (const SimulationServer::Entry& change : changes)
             if (change.first == 1)
@@ -54,9 +52,10 @@ int main(int argc, char** argv) {
             velocity = -velocity;
         }
 
-        if (!server.sendChalk(cycle) ||
-            !server.sendRecord(1, {0, height, 0, 0, 0, 0, 0, 0, 0, radius}) ||
-            !server.sendRecord(2, {height}))
+        // The chalk string, both records and the next ack go out in one write.
+        server.addRecord(1, {0, height, 0, 0, 0, 0, 0, 0, 0, radius});
+        server.addRecord(2, {height});
+        if (!server.finishCycle(cycle))
             break;
         QThread::msleep(20); // one cycle per time step: the ball moves in real time
     }

@@ -211,28 +211,28 @@ public:
                                 std::max(0.3 * speed, 0.01)};
         const double t = pendulum.time();
 
-        if (!s.sendRecord(lab::Bob, bob, 21) || !s.sendRecord(lab::Rod, rod, 11) ||
-            !s.sendRecord(lab::Carriage, carriage, 12) ||
-            !s.sendRecord(lab::Protractor, protractor, 9) ||
-            !s.sendRecord(lab::Velocity, arrow, 10) || !s.sendRecord(lab::Clock, {t}) ||
-            !s.sendRecord(lab::Plate, plateRecord()) ||
-            !s.sendRecord(lab::Heater,
+        if (!s.addRecord(lab::Bob, bob, 21) || !s.addRecord(lab::Rod, rod, 11) ||
+            !s.addRecord(lab::Carriage, carriage, 12) ||
+            !s.addRecord(lab::Protractor, protractor, 9) ||
+            !s.addRecord(lab::Velocity, arrow, 10) || !s.addRecord(lab::Clock, {t}) ||
+            !s.addRecord(lab::Plate, plateRecord()) ||
+            !s.addRecord(lab::Heater,
                           {plate.heaterX, plate.heaterY, 0.07, 0, 0, 0, 0, 0, 0, 0.045, 0.12}) ||
-            !s.sendRecord(lab::AngleTrail, {t, rounded(pendulum.wrappedAngle(), 1e-5)}) ||
-            !s.sendRecord(lab::SpeedTrail, {t, rounded(omega, 1e-5)}) ||
-            !s.sendRecord(lab::RowProfile, profile(true)) ||
-            !s.sendRecord(lab::ColumnProfile, profile(false)) ||
-            !s.sendRecord(lab::AngleReadout, {rounded(pendulum.wrappedAngle() * degrees, 0.01)}) ||
-            !s.sendRecord(lab::SpeedReadout, {rounded(omega, 1e-3)}) ||
-            !s.sendRecord(lab::EnergyReadout, {rounded(pendulum.energy(), 1e-3)}) ||
-            !s.sendRecord(lab::PeriodReadout, {rounded(pendulum.smallSwingPeriod(), 1e-3)}) ||
-            !s.sendRecord(lab::HottestReadout, {rounded(plate.hottest(), 0.01)}) ||
-            !s.sendRecord(lab::MeanReadout, {rounded(plate.mean(), 0.01)}))
+            !s.addRecord(lab::AngleTrail, {t, rounded(pendulum.wrappedAngle(), 1e-5)}) ||
+            !s.addRecord(lab::SpeedTrail, {t, rounded(omega, 1e-5)}) ||
+            !s.addRecord(lab::RowProfile, profile(true)) ||
+            !s.addRecord(lab::ColumnProfile, profile(false)) ||
+            !s.addRecord(lab::AngleReadout, {rounded(pendulum.wrappedAngle() * degrees, 0.01)}) ||
+            !s.addRecord(lab::SpeedReadout, {rounded(omega, 1e-3)}) ||
+            !s.addRecord(lab::EnergyReadout, {rounded(pendulum.energy(), 1e-3)}) ||
+            !s.addRecord(lab::PeriodReadout, {rounded(pendulum.smallSwingPeriod(), 1e-3)}) ||
+            !s.addRecord(lab::HottestReadout, {rounded(plate.hottest(), 0.01)}) ||
+            !s.addRecord(lab::MeanReadout, {rounded(plate.mean(), 0.01)}))
             return false;
         // The drive's fields mean nothing while the drive is off.
         const double driveFields = pendulum.driveOn ? 1 : 0;
-        return s.sendRecord(lab::AmplitudeField, {driveFields}) &&
-               s.sendRecord(lab::FrequencyField, {driveFields});
+        return s.addRecord(lab::AmplitudeField, {driveFields}) &&
+               s.addRecord(lab::FrequencyField, {driveFields});
     }
 
 private:
@@ -290,10 +290,8 @@ int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
 
     SimulationServer server;
-    // A paused front-end keeps the server waiting as long as the user likes:
-    // wait for days (a time-out of -1 gives up at once in this version of the
-    // class).
-    server.setTimeout(std::numeric_limits<int>::max());
+    // A paused front-end keeps the server waiting as long as the user likes.
+    server.setTimeout(-1);
     if (!server.listen(QHostAddress::LocalHost, quint16(options.port))) {
         std::fprintf(stderr, "demo_server: cannot listen on port %d\n", options.port);
         return 1;
@@ -308,14 +306,16 @@ int main(int argc, char** argv) {
     int cycle = 0;
     for (;; ++cycle) {
         QVector<SimulationServer::Entry> changes;
-        if (!server.sendAck() || !server.readData(&changes))
+        if (!server.nextCycle(&changes))
             break;
         if (options.verbose && !changes.isEmpty())
             std::printf("cycle %d: %s\n", cycle, server.lastDataMessage().constData());
         for (const SimulationServer::Entry& change : changes)
             laboratory.set(change.first, change.second);
         laboratory.advance();
-        if (!server.sendChalk(cycle) || !laboratory.send(server))
+        // Pipelined: the chalk string, every record and the next ack go out
+        // in one write, so a cycle costs one round trip however many records.
+        if (!laboratory.send(server) || !server.finishCycle(cycle))
             break;
         if (options.paced) // simulated time never runs ahead of the clock
             std::this_thread::sleep_until(

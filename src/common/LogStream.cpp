@@ -1,33 +1,26 @@
 #include "LogStream.h"
 
-#include <mutex>
+#include "detail/OutputQueue.h"
 
-namespace {
-// All writers of the process share this lock, so that one writer's line is
-// always written whole before another's starts.
-std::mutex& fileLock() {
-    static std::mutex lock;
-    return lock;
-}
-} // namespace
+namespace Orlavex {
 
 LogStream::~LogStream() { close(); }
 
 void LogStream::open() {
     if (m_file)
         return;
-    m_file = std::fopen(fileName(), "a");
+    if (std::FILE* f = std::fopen(fileName(), "a"))
+        m_file.reset(f, [](std::FILE* file) { std::fclose(file); });
 }
 
 void LogStream::close() {
     if (!m_file)
         return;
-    std::lock_guard<std::mutex> guard(fileLock());
     if (!m_open.isEmpty())
-        std::fwrite(m_open.constData(), 1, size_t(m_open.size()), m_file);
+        detail::OutputQueue::write(m_file, m_open);
     m_open.clear();
-    std::fclose(m_file);
-    m_file = nullptr;
+    // The file closes once the output thread has written its last queued line.
+    m_file.reset();
 }
 
 void LogStream::line(const QByteArray& text) {
@@ -37,12 +30,20 @@ void LogStream::line(const QByteArray& text) {
     whole.reserve(m_open.size() + text.size() + 1);
     whole.append(m_open).append(text).append('\n');
     m_open.clear();
-    std::lock_guard<std::mutex> guard(fileLock());
-    std::fwrite(whole.constData(), 1, size_t(whole.size()), m_file);
-    std::fflush(m_file);
+    detail::OutputQueue::write(m_file, std::move(whole));
 }
 
 void LogStream::putOpen(const char* text) {
     if (m_file)
         m_open.append(text);
 }
+
+bool LogStream::waitWritten(int msecs) {
+    return detail::OutputQueue::waitWritten(msecs);
+}
+
+void LogStream::toStandardOutput(const QByteArray& text) {
+    detail::OutputQueue::write(detail::OutputQueue::standardOutput(), text);
+}
+
+} // namespace Orlavex

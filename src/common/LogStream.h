@@ -6,15 +6,20 @@
 #include <QString>
 
 #include <cstdio>
+#include <memory>
+
+namespace Orlavex {
 
 /// One writer's log on the shared file "info.txt" in the working directory.
 ///
 /// The socket client and the link thread each keep one of these on the same
-/// file. Each completed line goes to the file in one locked write followed by
-/// a flush, so lines of different writers never interleave within a line,
-/// however long they are. A line may be left open (`putOpen`); its text then
-/// waits in this writer until the next completed line carries it out.
-/// When the file cannot be opened everything written is silently dropped.
+/// file. Each completed line is handed to the library's output thread, which
+/// writes it in one piece followed by a flush, in the order lines were
+/// completed; so lines of different writers never interleave within a line,
+/// and the caller never waits for the disk (see `waitWritten`). A line may be
+/// left open (`putOpen`); its text then waits in this writer until the next
+/// completed line carries it out. When the file cannot be opened everything
+/// written is silently dropped.
 class ORLAVEX_EXPORT LogStream {
 public:
     LogStream() = default;
@@ -36,8 +41,17 @@ public:
 
     /// The file name every writer appends to.
     static const char* fileName() { return "info.txt"; }
+    /// Waits up to `msecs` until every line and every standard-output text
+    /// the library has produced so far is written; for tests and for
+    /// applications that want their log complete before they exit.
+    static bool waitWritten(int msecs);
+    /// Writes text to standard output through the same output thread: the
+    /// caller never blocks, also when nobody reads standard output.
+    static void toStandardOutput(const QByteArray& text);
 
 private:
-    std::FILE* m_file = nullptr;
+    std::shared_ptr<std::FILE> m_file;
     QByteArray m_open; // text of a line left open, not yet written
 };
+
+} // namespace Orlavex

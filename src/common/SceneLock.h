@@ -4,6 +4,8 @@
 
 #include <mutex>
 
+namespace Orlavex {
+
 /// Keeps the link thread's changes to the scene and the GUI thread's renders
 /// apart.
 ///
@@ -22,3 +24,5 @@ public:
 
     static std::recursive_mutex& mutex();
 };
+
+} // namespace Orlavex

@@ -2,6 +2,8 @@
 
 #include <Orlavex/orlavex_export.h>
 
+namespace Orlavex {
+
 /// Common base of every object that can receive values from the simulation
 /// server: scene objects, trails, number fields, radio buttons and read-outs.
 /// The link thread registers receivers as `SendClass*` and tells their kind
@@ -13,3 +15,5 @@ public:
     SendClass& operator=(const SendClass&) = default;
     virtual ~SendClass();
 };
+
+} // namespace Orlavex

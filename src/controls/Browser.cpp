@@ -1,5 +1,7 @@
 #include "Browser.h"
 
+namespace Orlavex {
+
 namespace {
 QUrl& clientStartPage() {
     static QUrl page;
@@ -29,3 +31,5 @@ QUrl Browser::startPage() {
 QUrl Browser::builtInStartPage() {
     return QUrl(QStringLiteral("qrc:/orlavex/controls/StartPage.html"), QUrl::TolerantMode);
 }
+
+} // namespace Orlavex

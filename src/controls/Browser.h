@@ -5,6 +5,8 @@
 #include <QUrl>
 #include <QWebEngineView>
 
+namespace Orlavex {
+
 /// An embedded web view. `settingURL` keeps the page's address and at once
 /// shows a fixed start page; the main window's first render pass then loads
 /// the kept address.
@@ -36,3 +38,5 @@ public:
 private:
     const char* address = "";
 };
+
+} // namespace Orlavex

@@ -1,5 +1,9 @@
 #include "ButtonGroup.h"
 
+namespace Orlavex {
+
 ButtonGroup::ButtonGroup(QObject* parent) : QButtonGroup(parent) {}
 
 ButtonGroup::~ButtonGroup() = default;
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 
 #include <QButtonGroup>
 
+namespace Orlavex {
+
 /// A plain button group (exclusive by default); the link thread keeps groups
 /// by name.
 class ORLAVEX_EXPORT ButtonGroup : public QButtonGroup {
@@ -12,3 +14,5 @@ public:
     explicit ButtonGroup(QObject* parent = nullptr);
     ~ButtonGroup() override;
 };
+
+} // namespace Orlavex

@@ -1,5 +1,7 @@
 #include "CheckBox.h"
 
+namespace Orlavex {
+
 CheckBox::CheckBox(QWidget* parent) : QCheckBox(parent) {
     connect(this, &QAbstractButton::toggled, this, &CheckBox::accion);
 }
@@ -13,3 +15,5 @@ void CheckBox::setVarName(const char* name) {
 void CheckBox::accion(bool checked) {
     emit sigValueChanged(!checked);
 }
+
+} // namespace Orlavex

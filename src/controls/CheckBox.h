@@ -5,6 +5,8 @@
 #include <QCheckBox>
 #include <QString>
 
+namespace Orlavex {
+
 /// A named check box whose signal carries the negation of the new state. It is
 /// not an interactive control: nothing in the library connects it, the client
 /// application does where it needs it.
@@ -30,3 +32,5 @@ private slots:
 private:
     QString varName;
 };
+
+} // namespace Orlavex

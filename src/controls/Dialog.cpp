@@ -2,6 +2,8 @@
 
 #include <QCloseEvent>
 
+namespace Orlavex {
+
 Dialog::Dialog(QWidget* parent) : QDialog(parent) {
     LayoutPolicy::setLayoutPolicy("HBox", this);
     setModal(false);
@@ -17,3 +19,5 @@ void Dialog::closeEvent(QCloseEvent* event) {
     emit closing(false);
     event->accept();
 }
+
+} // namespace Orlavex

@@ -4,12 +4,14 @@
 
 #include <QDialog>
 
+namespace Orlavex {
+
 /// A separate, non-modal window that lays out its children by policy (a row
 /// until told otherwise) and reports each close request with `closing(false)`.
 /// Closing hides it; it is not deleted.
 class ORLAVEX_EXPORT Dialog : public QDialog, public LayoutPolicy {
     Q_OBJECT
-    Q_INTERFACES(LayoutPolicy)
+    Q_INTERFACES(Orlavex::LayoutPolicy)
 public:
     explicit Dialog(QWidget* parent = nullptr);
     ~Dialog() override;
@@ -34,3 +36,5 @@ protected:
 private:
     QString m_varName;
 };
+
+} // namespace Orlavex

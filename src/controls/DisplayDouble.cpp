@@ -4,6 +4,8 @@
 #include <QLabel>
 #include <QPointer>
 
+namespace Orlavex {
+
 namespace {
 // A double has no more than 17 significant digits; beyond this the conversion
 // would only pad zeros, and a precision in the millions would build a string
@@ -58,3 +60,5 @@ void DisplayDouble::setValue(double value) {
     if (s.label)
         s.label->setText(s.text);
 }
+
+} // namespace Orlavex

@@ -6,6 +6,8 @@
 
 class QLabel;
 
+namespace Orlavex {
+
 /// Numeric read-out: writes a number, between a prefix and a suffix, into a
 /// label that the client application places in its layout. The link thread
 /// sets the value from the server's record for the read-out's number.
@@ -45,3 +47,5 @@ private:
     int precision = 2;
     char format = 'f';
 };
+
+} // namespace Orlavex

@@ -4,11 +4,13 @@
 
 #include <QGroupBox>
 
+namespace Orlavex {
+
 /// A framed group box that lays out its children by policy. It has no layout
 /// until `setLayoutPolicy` is called.
 class ORLAVEX_EXPORT GroupBox : public QGroupBox, public LayoutPolicy {
     Q_OBJECT
-    Q_INTERFACES(LayoutPolicy)
+    Q_INTERFACES(Orlavex::LayoutPolicy)
 public:
     explicit GroupBox(QWidget* parent = nullptr);
     ~GroupBox() override;
@@ -20,3 +22,5 @@ public:
     /// show), so the widgets already added must be added again.
     void setLayoutPolicy(const char* policy);
 };
+
+} // namespace Orlavex

@@ -2,6 +2,8 @@
 
 #include <Orlavex/common/SendClass.h>
 
+namespace Orlavex {
+
 /// Mix-in of the controls whose values the simulation server knows by number:
 /// number fields, radio buttons and read-outs. Both fields are -1 until set.
 class ORLAVEX_EXPORT InteractiveControlI : public SendClass {
@@ -24,3 +26,5 @@ protected:
     int controlIndex = -1;
     int enableInt = -1;
 };
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 #include <QGridLayout>
 #include <QWidget>
 
+namespace Orlavex {
+
 void LayoutPolicy::setLayoutPolicy(const char* policy, QWidget* widget) {
     m_policyName = QString::fromUtf8(policy);
     if (!widget) {
@@ -56,3 +58,5 @@ void LayoutPolicy::addWidget(QWidget* w, int row, int column, int rowSpan, int c
     else
         m_layout->addWidget(w);
 }
+
+} // namespace Orlavex

@@ -6,6 +6,8 @@
 #include <QPointer>
 #include <QString>
 
+namespace Orlavex {
+
 /// Mix-in that gives a widget one of three layouts, chosen by name: "HBox" a
 /// row, "VBox" a column, any other name (compared exactly, case included) a
 /// grid. Used by `Panel`, `GroupBox`, `Dialog` and the main window.
@@ -53,4 +55,6 @@ private:
     QPointer<QLayout> m_layout;
 };
 
-Q_DECLARE_INTERFACE(LayoutPolicy, "LayoutPolicy")
+} // namespace Orlavex
+
+Q_DECLARE_INTERFACE(Orlavex::LayoutPolicy, "Orlavex::LayoutPolicy")

@@ -3,6 +3,8 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 
+namespace Orlavex {
+
 NumberField::NumberField(QWidget* parent) : QDoubleSpinBox(parent) {
     connect(this, QOverload<double>::of(&QDoubleSpinBox::valueChanged), this, &NumberField::accion);
 }
@@ -46,3 +48,5 @@ void NumberField::accion(double) {
         highlight(Qt::yellow);
     }
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 #include <QDoubleSpinBox>
 #include <QPalette>
 
+namespace Orlavex {
+
 /// A number entry whose value goes to the simulation server only when the user
 /// confirms it with Return or Enter. The line edit turns yellow while the shown
 /// value differs from the one last sent and white once it has been sent.
@@ -42,3 +44,5 @@ private:
     double storedMinimum = 0.0;
     double storedMaximum = 1.0;
 };
+
+} // namespace Orlavex

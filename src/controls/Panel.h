@@ -4,11 +4,13 @@
 
 #include <QWidget>
 
+namespace Orlavex {
+
 /// A plain container widget that lays out its children by policy; a row
 /// ("HBox") until told otherwise.
 class ORLAVEX_EXPORT Panel : public QWidget, public LayoutPolicy {
     Q_OBJECT
-    Q_INTERFACES(LayoutPolicy)
+    Q_INTERFACES(Orlavex::LayoutPolicy)
 public:
     explicit Panel(QWidget* parent = nullptr);
     ~Panel() override;
@@ -19,3 +21,5 @@ public:
     /// widgets it arranged must be added again.
     void setLayoutPolicy(const char* policy);
 };
+
+} // namespace Orlavex

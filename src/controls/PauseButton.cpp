@@ -1,5 +1,7 @@
 #include "PauseButton.h"
 
+namespace Orlavex {
+
 PauseButton::PauseButton(QWidget* parent) : QPushButton(parent) {
     setCheckable(true);
     setText(isChecked() ? QStringLiteral("pause") : QStringLiteral("play"));
@@ -12,3 +14,5 @@ void PauseButton::accion(bool checked) {
     setText(checked ? QStringLiteral("Pause") : QStringLiteral("Play"));
     emit sigValueChanged(checked);
 }
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 
 #include <QPushButton>
 
+namespace Orlavex {
+
 /// Checkable button that runs (checked) or pauses (unchecked) the exchange with
 /// the simulation server. A new button is unchecked and reads "play" while the
 /// link starts running, so its first click keeps the link running and shows
@@ -21,3 +23,5 @@ signals:
 private slots:
     void accion(bool checked);
 };
+
+} // namespace Orlavex

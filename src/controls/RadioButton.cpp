@@ -1,5 +1,7 @@
 #include "RadioButton.h"
 
+namespace Orlavex {
+
 RadioButton::RadioButton(QWidget* parent) : QRadioButton(parent) {
     connect(this, &QAbstractButton::toggled, this, &RadioButton::accion);
 }
@@ -13,3 +15,5 @@ void RadioButton::setGroupName(const char* name) {
 void RadioButton::accion(bool checked) {
     emit sigValueChanged(checked ? 1.0 : 0.0, getIndex());
 }
+
+} // namespace Orlavex

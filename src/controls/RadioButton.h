@@ -5,6 +5,8 @@
 #include <QRadioButton>
 #include <QString>
 
+namespace Orlavex {
+
 /// A radio button whose every change of state goes to the simulation server:
 /// 1.0 when it becomes checked, 0.0 when it becomes unchecked, each with its
 /// control index. In an exclusive group one switch therefore sends two values.
@@ -29,3 +31,5 @@ private slots:
 private:
     QString groupName;
 };
+
+} // namespace Orlavex

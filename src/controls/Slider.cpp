@@ -3,6 +3,8 @@
 #include <QBoxLayout>
 #include <QSlider>
 
+namespace Orlavex {
+
 Slider::Slider(Qt::Orientation orientation, const QString& title, QWidget* parent)
     : QGroupBox(title, parent), slider(new QSlider(orientation)) {
     slider->setFocusPolicy(Qt::StrongFocus);
@@ -37,3 +39,5 @@ void Slider::invertAppearance(bool invert) {
 void Slider::invertKeyBindings(bool invert) {
     slider->setInvertedControls(invert);
 }
+
+} // namespace Orlavex

@@ -6,6 +6,8 @@
 
 class QSlider;
 
+namespace Orlavex {
+
 /// A titled group box around an integer slider. It remembers the last value
 /// given to `setValue`, even one outside the slider's range, and emits nothing.
 class ORLAVEX_EXPORT Slider : public QGroupBox {
@@ -31,3 +33,5 @@ private:
     QSlider* slider;
     int value = 0;
 };
+
+} // namespace Orlavex

@@ -3,12 +3,15 @@
 #include <Orlavex/common/SceneLock.h>
 
 #include <QVTKInteractor.h>
+#include <QVTKRenderWindowAdapter.h>
 #include <vtkCamera.h>
 #include <vtkGenericOpenGLRenderWindow.h>
 #include <vtkInteractorStyleTrackballCamera.h>
 #include <vtkNew.h>
 #include <vtkObjectFactory.h>
 #include <vtkRenderer.h>
+
+namespace Orlavex {
 
 namespace {
 // Interaction renders straight from the mouse and timer handlers, outside
@@ -27,7 +30,9 @@ public:
 vtkStandardNewMacro(LockingInteractor);
 } // namespace
 
-Canvas::Canvas(QWidget* parent) : QVTKOpenGLNativeWidget(parent), renderer(vtkRenderer::New()) {
+Canvas::Canvas(QWidget* parent)
+    : QVTKOpenGLNativeWidget(parent), m_renderer(vtkSmartPointer<vtkRenderer>::New()),
+      renderer(m_renderer) {
     vtkNew<vtkGenericOpenGLRenderWindow> window;
     vtkNew<LockingInteractor> interactor;
     window->SetInteractor(interactor);
@@ -45,13 +50,18 @@ Canvas::Canvas(QWidget* parent) : QVTKOpenGLNativeWidget(parent), renderer(vtkRe
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 }
 
-Canvas::~Canvas() {
-    renderer->Delete();
-}
+Canvas::~Canvas() = default;
 
 bool Canvas::event(QEvent* e) {
-    SceneLock lock;
-    return QVTKOpenGLNativeWidget::event(e);
+    // The lock covers VTK's own handling of the event only: the camera styles
+    // read the actors' bounds (clipping range, picking) before they render.
+    // Qt's handling that follows may run client slots, event filters or a
+    // nested event loop (a context menu), and must not stall the link thread.
+    if (RenderWindowAdapter) {
+        SceneLock lock;
+        RenderWindowAdapter->handleEvent(e);
+    }
+    return QOpenGLWidget::event(e); // the base class's event() less the forwarding done above
 }
 
 void Canvas::paintGL() {
@@ -125,3 +135,5 @@ void Canvas::SetCamera(double px, double py, double pz, double fx, double fy, do
     cam->SetViewAngle(angle);
     makeActive(cam);
 }
+
+} // namespace Orlavex

@@ -3,12 +3,14 @@
 #include <Orlavex/orlavex_export.h>
 
 #include <QVTKOpenGLNativeWidget.h>
+#include <vtkRenderer.h>
 #include <vtkSmartPointer.h>
 
 #include <optional>
 
 class vtkCamera;
-class vtkRenderer;
+
+namespace Orlavex {
 
 /// The 3-D view: a VTK widget with one renderer of its own, on a white
 /// background, into which the scene objects paint themselves.
@@ -21,6 +23,9 @@ class vtkRenderer;
 /// changes to scene objects.
 class ORLAVEX_EXPORT Canvas : public QVTKOpenGLNativeWidget {
     Q_OBJECT
+    // Declared first: `renderer` below is initialised from it.
+    vtkSmartPointer<vtkRenderer> m_renderer;
+
 public:
     /// One stored view of the camera.
     struct CameraSettings {
@@ -65,8 +70,9 @@ public:
 
 protected:
     void paintGL() override;
-    /// Input is handled under the scene lock: the camera styles read the
-    /// actors' bounds (clipping range, picking) before they render.
+    /// VTK's handling of input runs under the scene lock (the camera styles
+    /// read the actors' bounds before they render); Qt's own handling and
+    /// anything it calls run without it.
     bool event(QEvent* e) override;
 
 private:
@@ -81,3 +87,5 @@ private:
     std::optional<CameraSettings> savedCamera;
     std::optional<CameraSettings> initialCamera;
 };
+
+} // namespace Orlavex

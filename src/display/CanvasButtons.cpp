@@ -5,6 +5,8 @@
 #include <QGridLayout>
 #include <QPushButton>
 
+namespace Orlavex {
+
 CanvasButtons::CanvasButtons(QWidget* parent)
     : Panel(parent), canvas(new Canvas), renderer(canvas->renderer), saveButton(new QPushButton),
       restoreButton(new QPushButton), restoreInitialButton(new QPushButton) {
@@ -40,3 +42,5 @@ void CanvasButtons::restoreA() {
 void CanvasButtons::restore0A() {
     canvas->SetCamera0();
 }
+
+} // namespace Orlavex

@@ -2,9 +2,12 @@
 
 #include <Orlavex/controls/Panel.h>
 
-class Canvas;
 class QPushButton;
 class vtkRenderer;
+
+namespace Orlavex {
+
+class Canvas;
 
 /// A ready-made panel: a canvas under a row of three buttons that save the
 /// camera, restore the saved camera and restore the initial camera.
@@ -26,3 +29,5 @@ private slots:
     void restoreA();
     void restore0A();
 };
+
+} // namespace Orlavex

@@ -7,7 +7,7 @@
 #include <Orlavex/display/PlottingPanelQwt.h>
 #include <Orlavex/display/TrailQwt.h>
 #include <Orlavex/link/CommThread.h>
-#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/common/LogStream.h>
 
 #include <QCloseEvent>
 #include <QCoreApplication>
@@ -19,13 +19,12 @@
 #include <vtkRenderWindow.h>
 #include <vtkRenderer.h>
 
-#include <cstdio>
-#include <mutex>
+
+namespace Orlavex {
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), m_firstPass(true) {
     commThread = new CommThread(this);
     m_link = commThread;
-    commThread->m_renderPassAppliesWidgets = true;
     timeStart = 0;
     m_startTimer = new QTimer(this);
     m_startTimer->setSingleShot(true);
@@ -35,8 +34,6 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), m_firstPass(true)
     setCentralWidget(m_central);
     connect(commThread, &CommThread::connectionFailed, this, &MainWindow::closeWindow);
     connect(commThread, &CommThread::dataUpdated, this, &MainWindow::renderWindow,
-            Qt::BlockingQueuedConnection);
-    connect(commThread, &CommThread::trailUpdated, this, &MainWindow::pointTrail,
             Qt::BlockingQueuedConnection);
 }
 
@@ -61,6 +58,8 @@ void MainWindow::setTimeStart(double ms) {
 }
 
 void MainWindow::adjustCameras() {
+    // Framing reads the actors' bounds, which the link thread may be changing.
+    SceneLock lock;
     const QVector<Canvas*>& canvases = m_link->canvases;
     for (int i = 0; i < canvases.size(); ++i) {
         canvases[i]->GetCamera0();
@@ -80,10 +79,11 @@ void MainWindow::renderWindow() {
     QElapsedTimer clock;
     clock.start();
     ++m_passes;
-    m_link->applyWidgetUpdates(); // read-outs and enabled states of this cycle
+    // The cycle's read-outs, enabled states and trail points reached their
+    // widgets just before this pass, through the link thread's hand-over.
     {
-        // The link thread waits while this runs; the lock keeps renders that
-        // the user starts by hand from overlapping its changes just the same.
+        // Whether or not the link thread waits for this pass (an overlapped
+        // cycle does not), it changes the scene only under this lock.
         SceneLock lock;
         for (vtkRenderer* r : qAsConst(m_link->renderers))
             if (r && r->GetRenderWindow())
@@ -112,15 +112,15 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     const QVector<Dialog*> dialogs = m_link ? m_link->dialogs : QVector<Dialog*>();
     for (Dialog* d : dialogs) {
         d->close();
-        std::fputs("Closing windows", stdout);
-        std::fflush(stdout);
+        // Through the library's output thread: a full pipe must not hang the GUI.
+        LogStream::toStandardOutput(QByteArrayLiteral("Closing windows"));
     }
     event->accept();
 }
 
 void MainWindow::closeWindow() {
     if (m_link) {
-        m_link->getSocket()->closeConnection();
+        m_link->closeConnection();
         m_link->stop();
     }
     close();
@@ -128,9 +128,6 @@ void MainWindow::closeWindow() {
 
 void MainWindow::showCurve(QwtPlotItem* item, bool on) { item->setVisible(on); }
 
-void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) {
-    if (!m_link)
-        return;
-    std::lock_guard<std::mutex> guard(m_link->handOverLock());
-    trail->insertXY(points);
-}
+void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) { trail->insertXY(points); }
+
+} // namespace Orlavex

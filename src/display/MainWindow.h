@@ -6,9 +6,12 @@
 #include <QPointer>
 #include <QVector>
 
-class CommThread;
 class QTimer;
 class QwtPlotItem;
+
+namespace Orlavex {
+
+class CommThread;
 class TrailQwt;
 
 /// The top-level window of a front-end.
@@ -40,7 +43,7 @@ class TrailQwt;
 /// thread object itself stays the client application's to delete).
 class ORLAVEX_EXPORT MainWindow : public QMainWindow, public LayoutPolicy {
     Q_OBJECT
-    Q_INTERFACES(LayoutPolicy)
+    Q_INTERFACES(Orlavex::LayoutPolicy)
 public:
     explicit MainWindow(QWidget* parent = nullptr);
     ~MainWindow() override;
@@ -80,6 +83,8 @@ private slots:
     void renderWindow();
     void closeWindow();
     void showCurve(QwtPlotItem* item, bool on);
+    /// Hands points to a trail. The link thread no longer calls it (trail
+    /// points reach their trails in the cycle's hand-over); kept for clients.
     void pointTrail(TrailQwt* trail, QVector<double>* points);
 
 private:
@@ -95,3 +100,5 @@ private:
     qint64 m_renderNs = 0;
     QPointer<CommThread> m_link; // nulled when the client application deletes the thread
 };
+
+} // namespace Orlavex

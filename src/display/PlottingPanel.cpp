@@ -7,6 +7,8 @@
 #include <vtkTextProperty.h>
 #include <vtkXYPlotActor.h>
 
+namespace Orlavex {
+
 PlottingPanel::PlottingPanel(QWidget* parent)
     : QVTKOpenGLNativeWidget(parent), renderer(vtkRenderer::New()),
       plotActor(vtkXYPlotActor::New()), textProperty(vtkTextProperty::New()) {
@@ -124,3 +126,5 @@ void PlottingPanel::setPlotColor(double r, double g, double b) {
 void PlottingPanel::setBackGroundColor(double r, double g, double b) {
     renderer->SetBackground(r, g, b);
 }
+
+} // namespace Orlavex

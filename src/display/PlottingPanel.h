@@ -9,6 +9,8 @@ class vtkRenderer;
 class vtkTextProperty;
 class vtkXYPlotActor;
 
+namespace Orlavex {
+
 /// A 2-D line chart drawn with VTK: a widget with a renderer of its own and
 /// one XY plot actor that plots any number of client-supplied data objects.
 ///
@@ -58,3 +60,5 @@ public:
 private:
     int trailCount = 0;
 };
+
+} // namespace Orlavex

@@ -6,6 +6,8 @@
 #include <qwt_plot_canvas.h>
 #include <qwt_plot_zoomer.h>
 
+namespace Orlavex {
+
 PlottingPanelQwt::PlottingPanelQwt(QWidget* parent)
     : QwtPlot(parent), zoomer(new QwtPlotZoomer(canvas(), true)), plotLegend(new QwtLegend) {
     zoomer->setTrackerMode(QwtPicker::AlwaysOff);
@@ -84,3 +86,5 @@ void PlottingPanelQwt::mousePressEvent(QMouseEvent* event) {
     zoomer->setZoomBase(true);
     event->accept();
 }
+
+} // namespace Orlavex

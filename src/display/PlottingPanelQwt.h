@@ -9,6 +9,8 @@
 class QwtPlotItem;
 class QwtPlotZoomer;
 
+namespace Orlavex {
+
 /// A time plot: a Qwt plot with a rubber-band zoomer, a legend that can be
 /// placed on any side and made checkable (checking an entry hides its
 /// curve), and a right-click that restores automatic axis scaling.
@@ -56,3 +58,5 @@ private:
     bool autoscaley = true;
     bool legendMadeCheckable = false;
 };
+
+} // namespace Orlavex

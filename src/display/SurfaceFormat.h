@@ -2,6 +2,8 @@
 
 #include <Orlavex/orlavex_export.h>
 
+namespace Orlavex {
+
 /// Start-up call for client applications.
 ///
 /// `SurfaceFormat::prepare()` must run before the QApplication is
@@ -18,3 +20,5 @@ class ORLAVEX_EXPORT SurfaceFormat {
 public:
     static void prepare();
 };
+
+} // namespace Orlavex

@@ -6,6 +6,8 @@
 #include <qwt_plot_curve.h>
 #include <qwt_symbol.h>
 
+namespace Orlavex {
+
 namespace {
 constexpr int kMaxPoints = 500;
 }
@@ -119,3 +121,5 @@ void TrailQwt::insertXY(QVector<double>* points) {
     if (d->curve)
         d->curve->setRawSamples(d->x.constData(), d->y.constData(), d->x.size());
 }
+
+} // namespace Orlavex

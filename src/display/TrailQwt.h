@@ -8,9 +8,12 @@
 
 #include <memory>
 
-class PlottingPanelQwt;
 class QwtPlotCurve;
 class QwtSymbol;
+
+namespace Orlavex {
+
+class PlottingPanelQwt;
 
 /// One curve of a time plot, fed by the simulation server.
 ///
@@ -66,4 +69,6 @@ private:
     int nReceivedPoints = 1;
 };
 
-Q_DECLARE_METATYPE(TrailQwt*)
+} // namespace Orlavex
+
+Q_DECLARE_METATYPE(Orlavex::TrailQwt*)

@@ -1,10 +1,12 @@
 #include "CommThread.h"
 
 #include "detail/RecordLayout.h"
+#include "detail/RenderRelay.h"
 
 #include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SceneLock.h>
 #include <Orlavex/controls/DisplayDouble.h>
+#include <Orlavex/controls/InteractiveControlI.h>
 #include <Orlavex/controls/NumberField.h>
 #include <Orlavex/controls/PauseButton.h>
 #include <Orlavex/controls/RadioButton.h>
@@ -13,42 +15,57 @@
 #include <Orlavex/scene/DrawableI.h>
 
 #include <QCoreApplication>
-#include <QHash>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <chrono>
+
+namespace Orlavex {
 
 namespace {
-// Room of the vector scratch buffer of grid records: three components per
-// cell of a 300000-cell grid. Larger grids grow it.
-constexpr size_t kScratchSize = 900000;
+double msSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
+}
 } // namespace
 
 CommThread::CommThread(QWidget* /*parent*/)
-    : QThread(nullptr), logFile(new LogStream), doubleValues(900000, 0.0) {
-    qRegisterMetaType<TrailQwt*>("TrailQwt*");
-    qRegisterMetaType<QVector<double>*>("QVector<double>*");
-    socket.reset(new SocketClass);
+    : QThread(nullptr), socket(new SocketClass), logFile(new LogStream) {
+    qRegisterMetaType<Orlavex::CycleStats>("Orlavex::CycleStats");
 }
 
 CommThread::~CommThread() {
     shutdown();
     logFile->close();
-    socket.reset();
 }
 
 void CommThread::shutdown() {
     stop();
-    if (isRunning()) {
-        socket->closeConnection(); // a wait on the server ends at its next slice
-        quit();                    // exec() returns at once if it has not begun yet
-        const bool guiThread = QThread::currentThread() == thread();
-        while (!wait(10)) {
-            quit();
-            // The link thread may be waiting for this thread to run the render
-            // pass or take trail points; deliver those so it can go on.
-            if (guiThread)
-                QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
-        }
+    socket->closeConnection(); // a wait on the server ends at its next slice
+    quit();                    // exec() returns at once if it has not begun yet
+    if (QThread::currentThread() == this)
+        return; // asked from inside run(): the loop sees the flags and ends
+    if (!isRunning())
+        return;
+    const bool guiThread = QThread::currentThread() == thread();
+    while (!wait(10)) {
+        quit();
+        // The link thread may be waiting for this thread to run its render
+        // pass; deliver it so the link thread can go on.
+        if (guiThread)
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
     }
-    std::lock_guard<std::mutex> finished(m_runLock);
+    // QThread::wait learns of the end through Qt's own futex; this acquire
+    // pairs with run()'s last store, so that everything the link thread did
+    // is ordered before what the owner does next for any reader, race
+    // checkers included.
+    (void)m_runEnded.load(std::memory_order_acquire);
+}
+
+void CommThread::closeConnection() {
+    socket->closeConnection();
 }
 
 void CommThread::setRenderer(vtkRenderer* r) {
@@ -63,21 +80,15 @@ void CommThread::setCanvas(Canvas* c) {
 void CommThread::setDialogs(Dialog* d) {
     dialogs.append(d);
 }
-void CommThread::setTrailQwt(TrailQwt* t) {
-    trails.append(t);
-}
+void CommThread::setTrailQwt(TrailQwt*) {}
 void CommThread::setBrowser(Browser* b) {
     browsers.append(b);
 }
 void CommThread::setDrawables(Drawable* d) {
     drawables.append(d);
 }
-void CommThread::setCheckBoxes(CheckBox* c) {
-    checkBoxes.append(c);
-}
-void CommThread::setDrawablesI(int index, Drawable* d) {
-    indexedDrawables.insert(index, d);
-}
+void CommThread::setCheckBoxes(CheckBox*) {}
+void CommThread::setDrawablesI(int, Drawable*) {}
 void CommThread::setSendingObjI(int index, SendClass* o) {
     sendingObjects.insert(index, o);
 }
@@ -116,6 +127,34 @@ void CommThread::setServerPort(int port) {
 }
 void CommThread::setVerbose(bool on) {
     verbose = on;
+}
+
+QByteArray CommThread::registryDescription() const {
+    QJsonArray records;
+    for (auto it = sendingObjects.cbegin(); it != sendingObjects.cend(); ++it)
+        records.append(detail::RecordLayout::describe(it.key(), it.value()));
+    QJsonArray controls;
+    for (InteractiveControlI* c : interactiveControls) {
+        const char* kind = dynamic_cast<NumberField*>(c)    ? "NumberField"
+                           : dynamic_cast<RadioButton*>(c)  ? "RadioButton"
+                           : dynamic_cast<DisplayDouble*>(c) ? "DisplayDouble"
+                                                             : "control";
+        controls.append(QJsonObject{{"index", c->getIndex()}, {"kind", kind}});
+    }
+    const QJsonObject root{{"format", "orlavex-registry"},
+                           {"version", 1},
+                           {"library", QStringLiteral(ORLAVEX_VERSION_TEXT)},
+                           {"records", records},
+                           {"controls", controls}};
+    return QJsonDocument(root).toJson(QJsonDocument::Indented);
+}
+
+bool CommThread::writeRegistry(const QString& path) const {
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    const QByteArray text = registryDescription();
+    return file.write(text) == text.size();
 }
 
 void CommThread::play() {
@@ -167,30 +206,32 @@ void CommThread::logLine(const QByteArray& text) {
         logFile->line(text);
 }
 
-void CommThread::queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value) {
-    std::lock_guard<std::mutex> guard(m_widgetLock);
-    m_widgetUpdates.push_back({field, readOut, value});
+void CommThread::applyHandOver(detail::HandOver& batch) {
+    // GUI thread: the widgets' own thread.
+    for (const detail::HandOver::Widget& w : batch.widgets) {
+        if (w.field)
+            w.field->setEnabled(w.value > 0.5);
+        else if (w.readOut)
+            w.readOut->setValue(w.value);
+    }
+    for (detail::HandOver::Trail& t : batch.trails)
+        t.trail->insertXY(&t.points); // the batch's own copy
 }
 
-void CommThread::applyWidgetUpdates() {
-    {
-        std::lock_guard<std::mutex> guard(m_widgetLock);
-        m_widgetUpdatesGui.swap(m_widgetUpdates);
+void CommThread::handOver(detail::RecordContext& context) {
+    // The batch goes ahead of the render pass on the GUI thread's queue, so
+    // the pass shows it; it owns copies, never pointers into this thread.
+    if (!context.batch.empty()) {
+        auto batch = std::make_shared<detail::HandOver>(std::move(context.batch));
+        QMetaObject::invokeMethod(
+            this, [this, batch] { applyHandOver(*batch); }, Qt::QueuedConnection);
     }
-    for (const WidgetUpdate& u : m_widgetUpdatesGui) {
-        if (u.field)
-            u.field->setEnabled(u.value > 0.5);
-        else if (u.readOut)
-            u.readOut->setValue(u.value);
-    }
-    m_widgetUpdatesGui.clear();
+    context.batch = detail::HandOver();
 }
 
 void CommThread::run() {
-    std::vector<float> scratch(kScratchSize);
-    std::vector<float> gridCopy;
-    RecordContext context{this,          socket.get(), &message, &floatValues,
-                          &doubleValues, &intValues,   &scratch, &gridCopy};
+    detail::RecordContext context;
+    context.socket = socket.get();
 
     logFile->open();
     socket->connectToServer();
@@ -202,12 +243,16 @@ void CommThread::run() {
         }
     }
     // Registration ends with start(), so each receiver's kind is looked up once.
-    QHash<int, Target> targets;
     for (auto it = sendingObjects.cbegin(); it != sendingObjects.cend(); ++it)
-        targets.insert(it.key(), Target{it.value(), RecordLayout::find(it.value())});
+        context.targets.insert(it.key(), {it.value(), detail::RecordLayout::find(it.value())});
     emit dataUpdated();
 
+    std::unique_ptr<detail::RenderRelay> relay;
+    if (m_overlap)
+        relay.reset(new detail::RenderRelay(this));
+    const bool anyRecords = !sendingObjects.isEmpty();
     bool failed = false;
+    qint64 cycle = 0;
     for (;;) {
         {
             // A paused exchange, and a failed link waiting for stop(), sleep
@@ -217,21 +262,57 @@ void CommThread::run() {
         }
         if (stopped)
             break;
-        if (!runCycle(context, targets)) {
+        context.stats = CycleStats();
+        context.stats.cycle = ++cycle;
+        bool ok;
+        if (!relay) {
+            ok = exchange(context, false);
+            if (ok && anyRecords) {
+                handOver(context);
+                const auto start = std::chrono::steady_clock::now();
+                emit dataUpdated(); // blocking: returns when the pass has
+                context.stats.renderMs = msSince(start);
+                emit cycleFinished(context.stats);
+            }
+        } else {
+            // The previous cycle's render pass may still run: receive this
+            // cycle meanwhile, apply it only once the pass has returned.
+            ok = exchange(context, true);
+            relay->wait();
+            applyBuffered(context);
+            if (ok && anyRecords) {
+                handOver(context);
+                relay->start(context.stats);
+            }
+        }
+        if (!ok) {
             failed = true;
-            logLine("COMMTHREAD: Connection failed");
-            emit connectionFailed();
+            // A close that the client application asked for is no failure.
+            if (!stopped) {
+                logLine("COMMTHREAD: Connection failed");
+                emit connectionFailed();
+            }
         }
     }
+    if (relay)
+        relay->wait();
+    relay.reset();
     exec();
-    std::lock_guard<std::mutex> finished(m_runLock); // see shutdown()
+    m_runEnded.store(true, std::memory_order_release);
 }
 
-bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targets) {
+bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
+    auto start = std::chrono::steady_clock::now();
+    double waited = 0;
     int sent = 0;
-    if (!socket->sendData(&pendingCount, &pendingIndices, &pendingValues, &m_pendingLock, &sent))
+    const bool ok =
+        socket->sendData(&pendingCount, &pendingIndices, &pendingValues, &m_pendingLock, &sent);
+    waited += msSince(start);
+    if (!ok)
         return false;
+    start = std::chrono::steady_clock::now();
     socket->getChalk();
+    waited += msSince(start);
     if (!socket->lastStringComplete())
         return false;
     {
@@ -246,30 +327,34 @@ bool CommThread::runCycle(RecordContext& context, const QHash<int, Target>& targ
     if (sent > 0 && verbose) // no text built for a silent log
         logLine("index " + QByteArray::number(sent));
 
+    bool complete = true;
     const int n = sendingObjects.size();
-    for (int i = 0; i < n; ++i) {
-        const int num = socket->getNumValue(&message);
-        if (!socket->lastStringComplete())
-            return false; // a partial record is never applied
-        const auto target = targets.constFind(num);
-        if (target != targets.cend() && target->apply)
-            target->apply(context, target->object); // unknown num fields are read and ignored
-    }
-
-    // The main window's render pass applies widget updates first thing;
-    // without one, a queued call lands on the GUI thread ahead of any later
-    // hand-over.
-    if (!m_renderPassAppliesWidgets.load()) {
-        bool widgets;
-        {
-            std::lock_guard<std::mutex> guard(m_widgetLock);
-            widgets = !m_widgetUpdates.empty();
+    for (int i = 0; i < n && complete; ++i) {
+        start = std::chrono::steady_clock::now();
+        const int num = socket->getNumValue(&context.message);
+        waited += msSince(start);
+        complete = socket->lastStringComplete(); // a partial record is never applied
+        if (!complete)
+            break;
+        if (buffer) {
+            context.buffered.append({num, context.message});
+        } else {
+            context.apply(num);
+            context.releaseLargeBuffers();
         }
-        if (widgets)
-            QMetaObject::invokeMethod(
-                this, [this] { applyWidgetUpdates(); }, Qt::QueuedConnection);
     }
-    if (n > 0)
-        emit dataUpdated();
-    return true;
+    context.stats.waitMs += waited;
+    context.stats.bytesReceived += socket->takeReceivedBytes();
+    return complete;
 }
+
+void CommThread::applyBuffered(detail::RecordContext& context) {
+    for (detail::RecordContext::Buffered& record : context.buffered) {
+        context.message.swap(record.payload);
+        context.apply(record.num);
+        context.releaseLargeBuffers();
+    }
+    context.buffered.clear();
+}
+
+} // namespace Orlavex

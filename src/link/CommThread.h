@@ -1,10 +1,10 @@
 #pragma once
 
+#include <Orlavex/link/CycleStats.h>
 #include <Orlavex/orlavex_export.h>
 
-#include <QHash>
+#include <QByteArray>
 #include <QMap>
-#include <QMetaType>
 #include <QPair>
 #include <QString>
 #include <QThread>
@@ -14,9 +14,11 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 class vtkRenderer;
+
+namespace Orlavex {
+
 class PlottingPanelQwt;
 class Canvas;
 class Dialog;
@@ -30,9 +32,11 @@ class ButtonGroup;
 class PauseButton;
 class SocketClass;
 class LogStream;
-class NumberField;
-class DisplayDouble;
+namespace detail {
+struct HandOver;
 struct RecordContext;
+class RenderRelay;
+} // namespace detail
 
 /// The link thread: the hub of a front-end.
 ///
@@ -44,6 +48,13 @@ struct RecordContext;
 /// Registration happens on the GUI thread before `start()`; the registries
 /// only grow and hold plain pointers to objects the client application owns.
 ///
+/// Per cycle the link thread applies the records to scene objects itself
+/// (under `SceneLock`), and hands the GUI thread one batch with everything
+/// that belongs to widgets (read-out values, enabled states, trail points,
+/// all copied into the batch), followed by the render pass (`dataUpdated`).
+/// No pointer into the link thread's own storage crosses threads. See
+/// docs/architecture.md for who touches what, on which thread, under which lock.
+///
 /// Shutdown: deleting the thread object stops the cycle, closes the link, ends
 /// the thread's event loop and waits for the thread, so it never hangs, even
 /// when the owner forgot `quit()` or never started the thread (see ~CommThread).
@@ -53,8 +64,7 @@ public:
     /// The argument is accepted and not used: the thread object has no Qt
     /// parent, so no window deletes it behind the owner's back.
     explicit CommThread(QWidget* parent = nullptr);
-    /// Shuts the thread down (see `shutdown`), so it never hangs, also when the
-    /// owner forgot to quit the thread's event loop or never started it.
+    /// Shuts the thread down (see `shutdown`).
     ~CommThread() override;
 
     // Registries, walked by the exchange cycle and the main window.
@@ -62,14 +72,12 @@ public:
     QVector<PlottingPanelQwt*> plots;
     QVector<Canvas*> canvases;
     QVector<Dialog*> dialogs;
-    QVector<TrailQwt*> trails; ///< listed only; nothing inside the library reads it
     QVector<Browser*> browsers;
     QVector<Drawable*> drawables; ///< painted on their renderers when the thread starts
-    QMap<int, Drawable*> indexedDrawables;
     /// The objects that take part in the exchange, by the num field of their record.
     QMap<int, SendClass*> sendingObjects;
+    /// Listed in the registry description, so a server knows the control indices.
     QVector<InteractiveControlI*> interactiveControls;
-    QVector<CheckBox*> checkBoxes;
     QVector<QString> groupNames;
     QVector<ButtonGroup*> buttonGroups; ///< parallel to groupNames
 
@@ -77,10 +85,15 @@ public:
     void setPlot(PlottingPanelQwt* p);
     void setCanvas(Canvas* c);
     void setDialogs(Dialog* d);
+    /// Accepted for existing client code; a trail is fed through its record
+    /// (`setSendingObjI`) and needs no other registration.
     void setTrailQwt(TrailQwt* t);
     void setBrowser(Browser* b);
     void setDrawables(Drawable* d);
+    /// Accepted for existing client code; check boxes take no part in the exchange.
     void setCheckBoxes(CheckBox* c);
+    /// Accepted for existing client code; `setSendingObjI` is what addresses
+    /// an object's record, and `setDrawables` what paints it.
     void setDrawablesI(int index, Drawable* d);
     /// Registers the receiver of the records with num field `index` (replaces).
     void setSendingObjI(int index, SendClass* o);
@@ -98,44 +111,55 @@ public:
     /// The thread's own log lines; the socket client has its own flag.
     void setVerbose(bool on);
 
+    /// Overlaps each render pass with the next exchange: while the GUI thread
+    /// renders cycle k, the link thread sends the data message and receives
+    /// and acknowledges cycle k+1's strings into a buffer, and applies them
+    /// only after the render pass of cycle k has returned. Records are applied
+    /// in the same order with the same effect, never during a render; the
+    /// data message of cycle k+1 carries the changes made up to the end of
+    /// cycle k's records. Off by default; set before `start()`.
+    void setOverlapRendering(bool on) { m_overlap = on; }
+    bool overlapRendering() const { return m_overlap; }
+
+    /// The registry as JSON, for server authors and tools: for each record
+    /// number the kind, its flags and the ordered fields its record carries
+    /// (see docs/protocol.md); and the control indices.
+    QByteArray registryDescription() const;
+    /// Writes `registryDescription()` to `path`; false when it cannot.
+    bool writeRegistry(const QString& path) const;
+
     /// Clears the stop flag (only matters before the loop has seen it).
     void play();
     /// Ends the cycle loop at its next check; a cycle under way finishes first.
     void stop();
-    /// Stops the cycle, asks the socket client to close (a blocked wait ends
-    /// within one wait slice), ends the thread's event loop and waits until
-    /// the thread has finished. Called on the GUI thread, it delivers the
-    /// thread's pending hand-overs (render pass, trail points) while it waits,
-    /// so a link thread that waits for the GUI thread cannot deadlock it.
-    /// The destructor does the same.
+    /// Stops the cycle, closes the link (a blocked wait ends within one wait
+    /// slice), ends the thread's event loop and waits until the thread has
+    /// finished. On the GUI thread it delivers the thread's pending hand-overs
+    /// while it waits, so a link thread that waits for the GUI thread cannot
+    /// deadlock it. Called on the link thread itself it only asks for all of
+    /// this and returns. No `connectionFailed()` follows a shutdown. The
+    /// destructor does the same.
     void shutdown();
+    /// Asks the socket client to close the link (see `SocketClass::closeConnection`).
+    void closeConnection();
 
     bool isStopped() const { return stopped.load(); }
     bool isPaused() const { return paused.load(); }
     bool isVerbose() const { return verbose; }
-    /// The socket client, owned by the thread (for its verbose flag, and for
-    /// closing the link).
+    /// The socket client, owned by the thread (for its verbose flag).
     SocketClass* getSocket() const { return socket.get(); }
-    /// Carries out, on the GUI thread, the widget changes that records asked
-    /// for (read-out values, number fields' enabled state). The main window
-    /// calls it at the start of each render pass; without a main window the
-    /// thread posts the call itself, ahead of its render hand-over.
-    void applyWidgetUpdates();
-    /// Held by the link thread while it fills the vector that `trailUpdated`
-    /// hands over, and by the receiver while it reads it. The blocking
-    /// hand-over already keeps the two apart; the lock states it in a form
-    /// that race checkers see, at no cost, since it is never contended.
-    std::mutex& handOverLock() { return m_handOverLock; }
     /// A snapshot of the pending list: (control index, value), in recording order.
     QVector<QPair<int, double>> pendingEntries() const;
     int getPendingCount() const;
 
 signals:
+    /// The link failed (the server closed, reset or broke the protocol).
+    /// Never emitted for a shutdown the client application asked for.
     void connectionFailed();
+    /// The render pass: emitted blocking-queued by the main window's connection.
     void dataUpdated();
-    /// New points for `trail`; the vector belongs to the link thread and is
-    /// valid only while the receiving slot runs.
-    void trailUpdated(TrailQwt* trail, QVector<double>* points);
+    /// The statistics of a finished cycle, after its render pass.
+    void cycleFinished(const Orlavex::CycleStats& stats);
 
 private slots:
     void updateInewIndex(double value, int index);
@@ -148,24 +172,21 @@ protected:
     void run() override;
 
 private:
-    friend struct RecordContext;
-    struct Target {
-        SendClass* object;
-        void (*apply)(RecordContext&, SendClass*);
-    };
-    bool runCycle(RecordContext& context, const QHash<int, Target>& targets);
+    friend struct detail::RecordContext;
+    bool exchange(detail::RecordContext& context, bool buffer);
+    void applyBuffered(detail::RecordContext& context);
+    void handOver(detail::RecordContext& context);
+    void applyHandOver(detail::HandOver& batch);
     void logLine(const QByteArray& text);
-    void queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value);
-    friend class MainWindow;
-    std::atomic<bool> m_renderPassAppliesWidgets{false}; ///< set by the main window
 
     std::unique_ptr<SocketClass> socket;
     std::unique_ptr<LogStream> logFile;
     std::atomic<bool> stopped{false};
     std::atomic<bool> paused{false};
+    std::atomic<bool> m_runEnded{false}; ///< see shutdown()
     bool verbose = false;
+    bool m_overlap = false;
 
-    QString message; ///< payload of the record being processed
     // The pending list. Appended on the GUI thread and handed to the socket
     // client on the link thread, always under m_pendingLock, which is never
     // held across a wait for the server.
@@ -174,30 +195,9 @@ private:
     int pendingCount = 0;
     mutable std::mutex m_pendingLock;
 
-    QVector<float> floatValues;
-    QVector<double> doubleValues;
-    QVector<int> intValues;
-
-    // Taken by run() as its last step and by shutdown() once the thread has
-    // finished: it orders everything the link thread did before whatever the
-    // owner does next, also for tools that cannot see inside QThread::wait.
-    std::mutex m_runLock;
-
     // Pause and stop are waited for, never polled.
     std::mutex m_stateLock;
     std::condition_variable m_stateChanged;
-
-    // Widget changes that records ask for, carried out on the GUI thread
-    // before the cycle's render pass.
-    struct WidgetUpdate {
-        NumberField* field;
-        DisplayDouble* readOut;
-        double value;
-    };
-    std::mutex m_widgetLock;
-    std::mutex m_handOverLock;
-    std::vector<WidgetUpdate> m_widgetUpdates;
-    std::vector<WidgetUpdate> m_widgetUpdatesGui;
 };
 
-Q_DECLARE_METATYPE(QVector<double>*)
+} // namespace Orlavex

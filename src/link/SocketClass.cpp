@@ -12,6 +12,8 @@
 #include <cstring>
 #include <limits>
 
+namespace Orlavex {
+
 namespace {
 
 // Length of one wait slice. Every wait of this class is a loop of such
@@ -53,14 +55,13 @@ bool fastDouble(const QChar* text, int length, double* out) {
 
 SocketClass::SocketClass() : m_log(new LogStream), m_socket(new QTcpSocket) {
     m_socketThread = QThread::currentThread();
-    m_rx.reserve(64 * 1024); // reserved capacity survives resize(0)
+    m_rx.reserve(kNormalBuffer); // reserved capacity survives resize(0)
     m_tx.reserve(4 * 1024);
     m_scratch.reserve(256);
 }
 
 SocketClass::~SocketClass() {
     m_log->close();
-    delete m_socket;
 }
 
 void SocketClass::setServerAddress(QString address) {
@@ -85,39 +86,67 @@ void SocketClass::log(const QByteArray& text) {
     m_log->line(text);
 }
 
+// Marks the calling thread as the one inside a blocking call for the call's
+// length, so that a close from any other thread only requests the close.
+class SocketClass::CallScope {
+public:
+    explicit CallScope(SocketClass* s) : m_s(s) {
+        std::lock_guard<std::mutex> guard(s->m_ownerLock);
+        m_outer = s->m_inCall;
+        s->m_inCall = QThread::currentThread();
+    }
+    ~CallScope() {
+        std::lock_guard<std::mutex> guard(m_s->m_ownerLock);
+        m_s->m_inCall = m_outer;
+    }
+    CallScope(const CallScope&) = delete;
+    CallScope& operator=(const CallScope&) = delete;
+
+private:
+    SocketClass* m_s;
+    QThread* m_outer;
+};
+
 void SocketClass::connectToServer() {
+    CallScope scope(this);
     m_log->open();
     m_log->line("FILE OPENED BY SOCKETCLASS");
 
     // The socket belongs to the thread that connects it, normally the link
-    // thread: only that thread ever touches it afterwards. An unused socket
-    // made by the constructor on another thread is replaced here.
+    // thread. An unused socket made by the constructor on another thread is
+    // replaced here. A close requested before this call is kept: the connect
+    // then gives up at once, so a shutdown that lands early is not lost.
     QThread* here = QThread::currentThread();
     {
         std::lock_guard<std::mutex> guard(m_ownerLock);
         if (m_socket->thread() != here) {
-            delete m_socket;
-            m_socket = new QTcpSocket;
+            m_socket.reset(new QTcpSocket);
         }
         m_socketThread = here;
-        m_closeRequested = false;
         if (m_socket->state() != QAbstractSocket::UnconnectedState)
             m_socket->abort();
         m_rx.resize(0);
         m_rxPos = 0;
     }
 
-    m_socket->connectToHost(m_address, m_port, QIODevice::ReadWrite);
-    // No time limit, as a connect has no retry; the slices only let a close
-    // request from another thread end an attempt that hangs.
-    while (m_socket->state() == QAbstractSocket::HostLookupState ||
-           m_socket->state() == QAbstractSocket::ConnectingState) {
-        if (m_socket->waitForConnected(kSliceMs))
-            break;
-        if (pollClose())
-            break;
+    if (!pollClose()) {
+        m_socket->connectToHost(m_address, m_port, QIODevice::ReadWrite);
+        // No time limit, as a connect has no retry; the slices only let a
+        // close request from another thread end an attempt that hangs.
+        while (m_socket->state() == QAbstractSocket::HostLookupState ||
+               m_socket->state() == QAbstractSocket::ConnectingState) {
+            if (m_socket->waitForConnected(kSliceMs))
+                break;
+            if (pollClose())
+                break;
+        }
     }
-    if (m_socket->state() != QAbstractSocket::ConnectedState) {
+    if (m_socket->state() == QAbstractSocket::ConnectedState) {
+        // One-byte acks and short data messages must not wait for Nagle's
+        // algorithm and the peer's delayed ACK: at internet latency that
+        // costs a round trip per string.
+        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    } else {
         qDebug("Failed to connect per 1 second.");
         qDebug("%s", m_socket->errorString().toLocal8Bit().constData());
     }
@@ -127,24 +156,30 @@ void SocketClass::connectToServer() {
 
 void SocketClass::closeConnection() {
     std::lock_guard<std::mutex> guard(m_ownerLock);
-    if (QThread::currentThread() == m_socketThread) {
-        m_closeRequested = false;
-        m_socket->close();
-        if (m_socket->state() != QAbstractSocket::UnconnectedState)
-            m_socket->abort();
-        m_rx.resize(0);
-        m_rxPos = 0;
-    } else {
-        // Another thread may be inside a wait on the socket right now; it
-        // closes the socket itself at the end of its current slice.
+    QThread* here = QThread::currentThread();
+    // At once only when no other thread can be inside a wait on the socket:
+    // either nobody is in a call and the caller owns the socket, or the
+    // caller is the thread inside the call (the close then comes from within).
+    const bool mayClose = m_inCall ? m_inCall == here : m_socketThread == here;
+    // With nothing connected and no call under way the close is kept for
+    // the next connect, so a shutdown that comes before the connect is not lost.
+    const bool idle = !m_inCall && m_socket->state() == QAbstractSocket::UnconnectedState;
+    if (!mayClose || idle) {
         m_closeRequested = true;
+        return;
     }
+    m_closeRequested = false;
+    m_socket->close();
+    if (m_socket->state() != QAbstractSocket::UnconnectedState)
+        m_socket->abort();
+    m_rx.resize(0);
+    m_rxPos = 0;
 }
 
 bool SocketClass::pollClose() {
     if (!m_closeRequested.load())
         return false;
-    closeConnection(); // on the socket's own thread: closes at once
+    closeConnection(); // called inside a call: closes at once
     return true;
 }
 
@@ -184,6 +219,7 @@ int SocketClass::sendData(int* count, QVector<int>* indices, QVector<double>* va
 
 int SocketClass::sendData(int* count, QVector<int>* indices, QVector<double>* values,
                           std::mutex* lock, int* sent) {
+    CallScope scope(this);
     if (sent)
         *sent = 0;
     if (m_verbose) {
@@ -266,7 +302,21 @@ bool SocketClass::readString(char terminal, QString* out) {
     int length = 0;
     const bool complete = receiveString(terminal, &src, &length);
     *out = QLatin1String(src, length); // reuses the string's room when it fits
+    releaseLargeBuffer();
     return complete;
+}
+
+void SocketClass::releaseLargeBuffer() {
+    // A string of many MiB grew the receive buffer; once its bytes have been
+    // copied out the room goes back to the system at once, so that a single
+    // huge record neither doubles the peak nor stays resident. Only the
+    // bytes after it (the next strings of a pipelined cycle) are kept.
+    if (m_rx.capacity() <= kLargeBuffer)
+        return;
+    QByteArray rest(m_rx.constData() + m_rxPos, m_rx.size() - m_rxPos);
+    rest.reserve(qMax(rest.size(), kNormalBuffer));
+    m_rx.swap(rest);
+    m_rxPos = 0;
 }
 
 bool SocketClass::receiveString(char terminal, const char** begin, int* length) {
@@ -341,6 +391,7 @@ bool SocketClass::receiveString(char terminal, const char** begin, int* length) 
     *length = stop - m_rxPos;
     m_rxPos = stop;
     m_lastStringComplete = end >= 0;
+    m_receivedBytes += *length;
 
     if (m_verbose) {
         log("SOCKET: recv_string: Client: recv terminal #");
@@ -366,6 +417,7 @@ void SocketClass::send_ack() {
 }
 
 int SocketClass::getChalk() {
+    CallScope scope(this);
     readString('#', &m_scratch);
     if (m_verbose)
         log("SOCKET: data GETCHALK " + QByteArray::number(m_scratch.size()));
@@ -376,6 +428,7 @@ int SocketClass::getChalk() {
 }
 
 int SocketClass::getNumValue(QString* data) {
+    CallScope scope(this);
     const char* src = nullptr;
     int length = 0;
     receiveString('#', &src, &length);
@@ -392,6 +445,7 @@ int SocketClass::getNumValue(QString* data) {
         *data = QLatin1String(src, length);
         num = toInt(data->constData(), data->size());
     }
+    releaseLargeBuffer();
     if (m_verbose) {
         log("SOCKET::getNumValue, num: " + QByteArray::number(num));
         log("SOCKET: data without num " + data->toLatin1());
@@ -400,18 +454,32 @@ int SocketClass::getNumValue(QString* data) {
 }
 
 namespace {
-template <typename T> T convert(const QChar* text, int length);
-template <> float convert<float>(const QChar* text, int length) {
-    return SocketClass::toFloat(text, length);
+// The conversions of toFloat and toDouble, telling also whether the field
+// was a number (for the anomaly count; the value is the same either way).
+template <typename T> T convert(const QChar* text, int length, bool* ok);
+template <> float convert<float>(const QChar* text, int length, bool* ok) {
+    double d;
+    *ok = true;
+    if (fastDouble(text, length, &d) &&
+        (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
+                    std::fabs(d) <= double(std::numeric_limits<float>::max()))))
+        return float(d);
+    return QString::fromRawData(text, qMax(0, length)).toFloat(ok);
 }
-template <> double convert<double>(const QChar* text, int length) {
-    return SocketClass::toDouble(text, length);
+template <> double convert<double>(const QChar* text, int length, bool* ok) {
+    double d;
+    *ok = true;
+    if (fastDouble(text, length, &d))
+        return d;
+    return QString::fromRawData(text, qMax(0, length)).toDouble(ok);
 }
 
+// Standard output goes through the output thread: a pipe that nobody reads
+// must never stall the link thread.
 void printField(const QChar* text, int length) {
     QByteArray bytes = QString::fromRawData(text, length).toLatin1();
     bytes.append('\t');
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+    LogStream::toStandardOutput(bytes);
 }
 } // namespace
 
@@ -433,8 +501,9 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
             // comma is reported as before.
             out[i] = T(0);
             if (!runsToEnd) {
+                ++m_anomalies;
                 if (std::is_same<T, float>::value)
-                    std::fputs("error process input\n", stdout);
+                    LogStream::toStandardOutput(QByteArrayLiteral("error process input\n"));
                 else if (m_verbose)
                     log("Socket: Error en processInput");
             }
@@ -451,7 +520,10 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
                 continue;
             }
         }
-        out[i] = convert<T>(s + pos, fieldEnd - pos);
+        bool ok;
+        out[i] = convert<T>(s + pos, fieldEnd - pos, &ok);
+        if (!ok)
+            ++m_anomalies; // not a number, or (the last field) surplus fields
         if (m_verbose)
             printField(s + pos, fieldEnd - pos);
         pos = fieldEnd + 1;
@@ -496,19 +568,13 @@ void SocketClass::appendFixed6(QByteArray& out, double value) {
 }
 
 float SocketClass::toFloat(const QChar* text, int length) {
-    double d;
-    if (fastDouble(text, length, &d) &&
-        (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
-                    std::fabs(d) <= double(std::numeric_limits<float>::max()))))
-        return float(d);
-    return QString::fromRawData(text, qMax(0, length)).toFloat();
+    bool ok;
+    return convert<float>(text, length, &ok);
 }
 
 double SocketClass::toDouble(const QChar* text, int length) {
-    double d;
-    if (fastDouble(text, length, &d))
-        return d;
-    return QString::fromRawData(text, qMax(0, length)).toDouble();
+    bool ok;
+    return convert<double>(text, length, &ok);
 }
 
 int SocketClass::toInt(const QChar* text, int length) {
@@ -534,3 +600,5 @@ int SocketClass::toInt(const QChar* text, int length) {
     }
     return QString::fromRawData(text, qMax(0, length)).toInt(nullptr, 10);
 }
+
+} // namespace Orlavex

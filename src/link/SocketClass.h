@@ -13,13 +13,25 @@
 
 class QTcpSocket;
 class QThread;
+
+namespace Orlavex {
+
 class LogStream;
 
 /// TCP client of the simulation server and codec of the wire protocol.
 ///
-/// Every call blocks until its work on the wire is done. One thread at a time
-/// drives the object; `closeConnection` alone may be called from any thread,
-/// also while another thread is blocked in a wait of this object.
+/// Every call blocks until its work on the wire is done. Thread roles:
+/// - The thread that calls `connectToServer` owns the socket. One thread at a
+///   time is inside a blocking call (`connectToServer`, `sendData`,
+///   `getChalk`, `getNumValue`); each such call marks itself as inside.
+/// - `closeConnection` may be called from any thread at any time. It closes
+///   at once only when the caller owns the socket and no other thread is
+///   inside a call, or when the caller is the thread inside the call.
+///   Otherwise it only requests the close: the thread inside the call closes
+///   the socket at its next wait slice (within about 40 ms) and the call
+///   returns failure. A request made while no call runs is carried out by
+///   the next call, which then fails at once; a request made before or during
+///   `connectToServer` makes the connect give up.
 ///
 /// Waits never spin and never outlive the connection: each wait runs in short
 /// slices that end as soon as data arrives, and between slices it notices a
@@ -38,10 +50,9 @@ public:
     void setServerPort(int port);
     void setVerbose(bool verbose);
 
+    /// Connects and sets the low-delay option (TCP_NODELAY) on the socket.
     void connectToServer();
-    /// Closes the connection. From the thread that uses the socket this happens
-    /// at once; from any other thread the socket's own thread closes it at its
-    /// next wait slice (within about 50 ms), and a blocked wait returns failure.
+    /// Closes the connection, at once or by request (see the class comment).
     void closeConnection();
 
     /// Waits for the server ack, then sends the data message built from the
@@ -66,6 +77,22 @@ public:
     /// standard output for single precision, a log line for double).
     void processInput(QString* data, QVector<float>* values, int n, QVector<int>* ints, int m);
     void processInput(QString* data, QVector<double>* values, int n, QVector<int>* ints, int m);
+
+    /// Fields that `processInput` found amiss since the last call of this
+    /// function, which resets the count: a field that needed a comma and
+    /// found none, a field that is not a number, and surplus fields after
+    /// the last one read. The parsed values are unchanged by counting.
+    int takeParseAnomalies() {
+        const int n = m_anomalies;
+        m_anomalies = 0;
+        return n;
+    }
+    /// Bytes of server strings received since the last call; resets the count.
+    qint64 takeReceivedBytes() {
+        const qint64 n = m_receivedBytes;
+        m_receivedBytes = 0;
+        return n;
+    }
 
     /// Whether the last server string ended with its terminal (false after a
     /// read cut short by a lost connection or by the length limit).
@@ -103,13 +130,17 @@ private:
     template <typename T>
     void parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints, int m);
     qint64 buffered() const;
+    void releaseLargeBuffer();
+    static constexpr int kNormalBuffer = 64 * 1024;
+    static constexpr int kLargeBuffer = 4 * 1024 * 1024;
     bool pollClose();
     bool waitReadable(bool ownBufferCounts); // false when the link is gone
     bool waitWritten();
     void log(const QByteArray& text);
 
+    class CallScope;
     std::unique_ptr<LogStream> m_log;
-    QTcpSocket* m_socket = nullptr;
+    std::unique_ptr<QTcpSocket> m_socket;
     QHostAddress m_address;
     quint16 m_port = 4848;
     bool m_verbose = false;
@@ -122,11 +153,16 @@ private:
     QByteArray m_tx;   // data message, reused every cycle
     QString m_scratch; // chalk string and record num field, reused every cycle
     bool m_lastStringComplete = true;
+    int m_anomalies = 0;
+    qint64 m_receivedBytes = 0;
     qint64 m_maxStringLength = qint64(256) * 1024 * 1024;
-    // Who may touch the socket: its own thread only. The lock covers the hand
-    // of the socket to a new thread in connectToServer against a close that
-    // another thread makes at the same moment.
+    // Who may close the socket at once (see the class comment). The lock
+    // covers the owner, the thread inside a call and the hand of the socket
+    // to a new thread in connectToServer against a concurrent close.
     std::mutex m_ownerLock;
     QThread* m_socketThread = nullptr;
+    QThread* m_inCall = nullptr;
     std::atomic<bool> m_closeRequested{false};
 };
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 #include <vtkArrowSource.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 Arrow::Arrow() : source(vtkArrowSource::New()) {
     // The arrow's output exists before anything asks for it, so that its
     // bounds can be read before the first render.
@@ -70,3 +72,5 @@ void Arrow::setShaftResolution(int n) {
     shaftResolution = n;
     source->SetShaftResolution(n);
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtkArrowSource;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// An arrow of unit length along X, from the origin to its tip, drawn from a
 /// `vtkArrowSource`; its size on screen is set with `setScale`.
 ///
@@ -42,3 +44,5 @@ private:
     int shaftResolution = 0;
     double tipLength = 0, tipRadius = 0, shaftRadius = 0;
 };
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 #include <vtkConeSource.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 Cone::Cone() : source(vtkConeSource::New()), mapper(vtkPolyDataMapper::New()) {
     // The recording fields start at the source's defaults, read back from it.
     height = source->GetHeight();
@@ -55,3 +57,5 @@ void Cone::setResolution(int n) {
 void Cone::setCapping(int on) {
     source->SetCapping(on);
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtkConeSource;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// A cone drawn from a `vtkConeSource`, its axis along X and its centre
 /// halfway up.
 ///
@@ -40,3 +42,5 @@ private:
     double resolution = 0;
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

@@ -6,6 +6,8 @@
 #include <vtkCubeSource.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 Cube::Cube() : source(vtkCubeSource::New()), mapper(vtkPolyDataMapper::New()) {
     // The recording fields start at the source's defaults, read back from it.
     source->GetCenter(center);
@@ -63,3 +65,5 @@ void Cube::setCenter(double x, double y, double z) {
     center[2] = z;
     source->SetCenter(center);
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtkCubeSource;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// An axis-aligned box drawn from a `vtkCubeSource`.
 ///
 /// Setters record their value and forward it to the source. A copy shares the
@@ -37,3 +39,5 @@ private:
     double xLength = 0, yLength = 0, zLength = 0;
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

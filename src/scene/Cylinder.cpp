@@ -6,6 +6,8 @@
 #include <vtkCylinderSource.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 Cylinder::Cylinder() : source(vtkCylinderSource::New()), mapper(vtkPolyDataMapper::New()) {
     // The recording fields start at the source's defaults, read back from it.
     source->GetCenter(center);
@@ -67,3 +69,5 @@ void Cylinder::setCenter(double x, double y, double z) {
 void Cylinder::setCapping(int on) {
     source->SetCapping(on);
 }
+
+} // namespace Orlavex

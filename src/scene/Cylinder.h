@@ -5,6 +5,8 @@
 class vtkCylinderSource;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// A cylinder drawn from a `vtkCylinderSource`, its axis along Y.
 ///
 /// Setters record their value and forward it to the source. A copy shares the
@@ -41,3 +43,5 @@ private:
     int resolution = 0;
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

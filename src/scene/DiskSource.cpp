@@ -4,6 +4,8 @@
 #include <vtkDiskSource.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 DiskSource::DiskSource() : source(vtkDiskSource::New()), mapper(vtkPolyDataMapper::New()) {
     actor->SetMapper(mapper);
     mapper->SetInputConnection(source->GetOutputPort(0));
@@ -41,3 +43,5 @@ void DiskSource::setRadialResolution(int n) {
 void DiskSource::setCircumferentialResolution(int n) {
     source->SetCircumferentialResolution(n);
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtkDiskSource;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// A flat disc, or a ring when the inner radius is above 0, in the XY plane,
 /// drawn from a `vtkDiskSource`.
 ///
@@ -30,3 +32,5 @@ private:
     vtkDiskSource* source = nullptr;
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

@@ -1,3 +1,7 @@
 #include "Drawable.h"
 
+namespace Orlavex {
+
 Drawable::~Drawable() = default;
+
+} // namespace Orlavex

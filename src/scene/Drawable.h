@@ -2,6 +2,8 @@
 
 #include <Orlavex/common/SendClass.h>
 
+namespace Orlavex {
+
 /// Base of everything the simulation server can move or feed: scene objects
 /// and trails. Its two flags tell the link thread which blocks the object's
 /// record carries in every cycle (only 0 and 1 are meaningful).
@@ -23,3 +25,5 @@ protected:
     int interactivelyColored = 0;
     int interactivelyPositioned = 0;
 };
+
+} // namespace Orlavex

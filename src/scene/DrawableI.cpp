@@ -2,6 +2,8 @@
 
 #include <vtkRenderer.h>
 
+namespace Orlavex {
+
 DrawableI::DrawableI(const DrawableI& other) : Drawable(other), renderer(other.renderer) {
     if (renderer)
         renderer->Register(nullptr);
@@ -23,3 +25,5 @@ DrawableI::~DrawableI() {
 void DrawableI::setRenderer(vtkRenderer* r) {
     shareReference(renderer, r);
 }
+
+} // namespace Orlavex

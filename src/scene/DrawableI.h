@@ -4,6 +4,8 @@
 
 class vtkRenderer;
 
+namespace Orlavex {
+
 /// A drawable that paints itself into a VTK renderer.
 ///
 /// The object holds a reference of its own to the renderer, so a copy or the
@@ -37,3 +39,5 @@ protected:
 
     vtkRenderer* renderer = nullptr;
 };
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 #include <vtkProperty.h>
 #include <vtkRenderer.h>
 
+namespace Orlavex {
+
 DrawableSource::DrawableSource() : actor(vtkActor::New()), property(vtkProperty::New()) {
     actor->SetProperty(property);
 }
@@ -110,3 +112,5 @@ void DrawableSource::rotateZ(double a) {
     rotationZ = a;
     actor->RotateZ(a);
 }
+
+} // namespace Orlavex

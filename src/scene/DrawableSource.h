@@ -5,6 +5,8 @@
 class vtkActor;
 class vtkProperty;
 
+namespace Orlavex {
+
 /// A drawable with one actor and its property: every placement and
 /// appearance setter of the scene objects lives here.
 ///
@@ -67,3 +69,5 @@ protected:
     double rotationX = 0, rotationY = 0, rotationZ = 0;
     double scaleX = 1, scaleY = 1, scaleZ = 1;
 };
+
+} // namespace Orlavex

@@ -16,6 +16,8 @@
 
 #include <string>
 
+namespace Orlavex {
+
 namespace {
 // Keeps the first error or warning that the importer raises during one read,
 // so that a bad file gives one line on the debug stream instead of VTK's
@@ -363,3 +365,5 @@ void File3DSImporter::import(const char* fileName) {
     emptyProperty->Delete();
     qWarning().noquote() << "File3DSImporter: cannot import" << name << "-" << problem;
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtk3DSImporter;
 class vtkActorCollection;
 
+namespace Orlavex {
+
 /// A model read from a 3DS file.
 ///
 /// VTK's importer builds one actor per mesh; this drawable adopts the actor
@@ -36,3 +38,5 @@ private:
     vtk3DSImporter* importer = nullptr;
     vtkActorCollection* actors = nullptr;
 };
+
+} // namespace Orlavex

@@ -8,6 +8,8 @@
 #include <vtkPoints.h>
 #include <vtkStructuredGrid.h>
 
+namespace Orlavex {
+
 HalfPipe::HalfPipe(float radiusMin, float radiusMax, float length, int angular, int radial,
                    int axial)
     : radiusMin(radiusMin), radiusMax(radiusMax), dimensions{angular, radial, axial},
@@ -125,3 +127,5 @@ void HalfPipe::setDimensions(int angular, int radial, int axial) {
     applyDimensions();
     paintTube();
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtkDataSetMapper;
 class vtkStructuredGrid;
 
+namespace Orlavex {
+
 /// A thick half cylinder: a trough along the X axis, from -length/2 to
 /// +length/2, whose cross-section is the lower half (z ≤ 0) of the ring
 /// between the inner and the outer radius, so that it opens towards +Z.
@@ -67,3 +69,5 @@ private:
     vtkStructuredGrid* grid = nullptr;
     vtkDataSetMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

@@ -12,6 +12,8 @@
 #include <vtkPolyData.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 Line::Line(int n, float* pts)
     : mapper(vtkSmartPointer<vtkPolyDataMapper>::New()), points(vtkSmartPointer<vtkPoints>::New()),
       cell(vtkSmartPointer<vtkLine>::New()), cells(vtkSmartPointer<vtkCellArray>::New()),
@@ -58,3 +60,5 @@ void Line::setNumberPoints(int n) {
 void Line::rebuildCell() {
     PointCell::rebuild(cell, cells, polyData, numberPoints);
 }
+
+} // namespace Orlavex

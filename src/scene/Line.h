@@ -10,6 +10,8 @@ class vtkPoints;
 class vtkPolyData;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// An open polyline through n points given as 3n floats (x, y, z of point 0,
 /// then of point 1, ...); no segment joins the last point to the first.
 ///
@@ -50,3 +52,5 @@ private:
     vtkSmartPointer<vtkCellArray> cells;
     vtkSmartPointer<vtkPolyData> polyData;
 };
+
+} // namespace Orlavex

@@ -21,6 +21,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace Orlavex {
+
 namespace {
 // Cells along one axis as counted for the value arrays: 0 or 1 cells count as one.
 long long cellFactor(int n) {
@@ -267,6 +269,14 @@ void PlanarGrid::setCellColors(const std::vector<float>& colors) {
     scalars->Modified();
 }
 
+void PlanarGrid::setCellColors(const float* values, int count) {
+    const int n = std::min(count, cellNumber);
+    // Straight into the float storage, as setVectors does.
+    if (n > 0)
+        std::memcpy(scalars->GetPointer(0), values, std::size_t(n) * sizeof(float));
+    scalars->Modified();
+}
+
 void PlanarGrid::setCellLUT(float hueMin, float hueMax, float saturationMin, float saturationMax,
                             float valueMin, float valueMax, float alphaMin, float alphaMax,
                             float rangeMin, float rangeMax, int scale, int ramp) {
@@ -281,7 +291,7 @@ void PlanarGrid::setVectorLUT(float hueMin, float hueMax, float saturationMin, f
                            valueMax, alphaMin, alphaMax, rangeMin, rangeMax, scale, ramp);
 }
 
-void PlanarGrid::setVectorMagnitude(float* m) {
+void PlanarGrid::setVectorMagnitude(const float* m) {
     if (!displayVectors)
         return;
     // The constructor hands in the stored array itself, hence memmove.
@@ -292,7 +302,7 @@ void PlanarGrid::setVectorMagnitude(float* m) {
     magnitudes->Modified();
 }
 
-void PlanarGrid::setVectors(float* v) {
+void PlanarGrid::setVectors(const float* v) {
     if (!displayVectors)
         return;
     // Straight into the float storage: the same values SetTuple3 would store
@@ -397,3 +407,5 @@ void PlanarGrid::buildGlyphPoints() {
             }
     glyphPoints->Modified();
 }
+
+} // namespace Orlavex

@@ -15,6 +15,8 @@ class vtkPolyData;
 class vtkPolyDataMapper;
 class vtkRectilinearGrid;
 
+namespace Orlavex {
+
 /// A field sampled on a block of cells: a rectilinear grid whose cells are
 /// coloured through a colour table, with an optional layer of arrow glyphs
 /// showing one vector per grid position, scaled by a magnitude and coloured
@@ -61,6 +63,9 @@ public:
     /// Replaces the first `getCellNumber()` cell colour values. A shorter
     /// vector stores what it holds and then throws std::out_of_range.
     void setCellColors(const std::vector<float>& colors);
+    /// Replaces the first `min(count, getCellNumber())` cell colour values,
+    /// read from `values` in place (no copy).
+    void setCellColors(const float* values, int count);
 
     /// Configures the cell colour table. `scale` 1 is linear, anything else
     /// base-10 logarithmic; `ramp` 1 is linear, anything else an S-curve.
@@ -75,10 +80,10 @@ public:
 
     /// Reads `getCellNumber()` magnitudes from `m`; does nothing (and reads
     /// nothing) without the glyph layer.
-    void setVectorMagnitude(float* m);
+    void setVectorMagnitude(const float* m);
     /// Reads 3 × `getCellNumber()` vector components from `v`; does nothing
     /// (and reads nothing) without the glyph layer.
-    void setVectors(float* v);
+    void setVectors(const float* v);
     /// The glyph scale factor: an arrow is this times its magnitude long.
     /// Does nothing without the glyph layer.
     void setScaleVector(float s);
@@ -169,3 +174,5 @@ private:
     float cellPoints[3] = {0.5f, 0.5f, 0.5f};
     float scaleVector = 1.0f;
 };
+
+} // namespace Orlavex

@@ -4,6 +4,8 @@
 #include <vtkPlaneSource.h>
 #include <vtkPolyDataMapper.h>
 
+namespace Orlavex {
+
 Plane::Plane() : source(vtkPlaneSource::New()), mapper(vtkPolyDataMapper::New()) {
     actor->SetMapper(mapper);
     mapper->SetInputConnection(source->GetOutputPort(0));
@@ -47,3 +49,5 @@ void Plane::setNormal(double x, double y, double z) {
 void Plane::setResolution(int xResolution, int yResolution) {
     source->SetResolution(xResolution, yResolution);
 }
+
+} // namespace Orlavex

@@ -5,6 +5,8 @@
 class vtkPlaneSource;
 class vtkPolyDataMapper;
 
+namespace Orlavex {
+
 /// A flat parallelogram drawn from a `vtkPlaneSource`: a corner point and
 /// the ends of its two edges from that corner.
 ///
@@ -37,3 +39,5 @@ private:
     vtkPlaneSource* source = nullptr;
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

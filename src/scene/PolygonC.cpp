@@ -12,6 +12,8 @@
 #include <vtkPolyDataMapper.h>
 #include <vtkPolygon.h>
 
+namespace Orlavex {
+
 PolygonC::PolygonC(int n, float* pts) {
     points = vtkPoints::New();
     cell = vtkPolygon::New();
@@ -75,3 +77,5 @@ void PolygonC::setNumberVertexes(int n) {
 void PolygonC::rebuildCell() {
     PointCell::rebuild(cell, cells, polyData, numberVertexes);
 }
+
+} // namespace Orlavex

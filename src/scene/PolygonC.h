@@ -8,6 +8,8 @@ class vtkPolyData;
 class vtkPolyDataMapper;
 class vtkPolygon;
 
+namespace Orlavex {
+
 /// One filled polygon with n vertices given as 3n floats (x, y, z of vertex
 /// 0, then of vertex 1, ...).
 ///
@@ -49,3 +51,5 @@ private:
     vtkCellArray* cells = nullptr;
     vtkPolyData* polyData = nullptr;
 };
+
+} // namespace Orlavex

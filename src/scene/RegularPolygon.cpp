@@ -6,6 +6,8 @@
 #include <vtkPolyDataMapper.h>
 #include <vtkRegularPolygonSource.h>
 
+namespace Orlavex {
+
 RegularPolygon::RegularPolygon()
     : source(vtkRegularPolygonSource::New()), mapper(vtkPolyDataMapper::New()) {
     // The recording field starts at the source's default, read back from it.
@@ -59,3 +61,5 @@ void RegularPolygon::setGeneratePolygon(int on) {
 void RegularPolygon::setGeneratePolyline(int on) {
     source->SetGeneratePolyline(on);
 }
+
+} // namespace Orlavex

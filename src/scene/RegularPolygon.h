@@ -5,6 +5,8 @@
 class vtkPolyDataMapper;
 class vtkRegularPolygonSource;
 
+namespace Orlavex {
+
 /// A regular polygon, filled, outlined or both, drawn from a
 /// `vtkRegularPolygonSource`.
 ///
@@ -38,3 +40,5 @@ private:
     double center[3] = {0, 0, 0};
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

@@ -12,6 +12,8 @@
 
 #include <cstring>
 
+namespace Orlavex {
+
 ScalarBar::ScalarBar() : lut(vtkLookupTable::New()), scalarBar(vtkScalarBarActor::New()) {}
 
 ScalarBar::ScalarBar(const ScalarBar& other)
@@ -117,3 +119,5 @@ bool ScalarBar::isDoubleFormat(const char* format) {
     }
     return conversions == 1;
 }
+
+} // namespace Orlavex

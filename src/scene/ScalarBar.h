@@ -5,6 +5,8 @@
 class vtkLookupTable;
 class vtkScalarBarActor;
 
+namespace Orlavex {
+
 /// A colour legend drawn flat over the view, with a colour table of its own.
 ///
 /// Set it up with `setLut` and `setScalarBar` (in either order), then
@@ -58,3 +60,5 @@ private:
     int ramp = 1;
     int scale = 0;
 };
+
+} // namespace Orlavex

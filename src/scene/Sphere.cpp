@@ -6,6 +6,8 @@
 #include <vtkPolyDataMapper.h>
 #include <vtkSphereSource.h>
 
+namespace Orlavex {
+
 Sphere::Sphere() : source(vtkSphereSource::New()), mapper(vtkPolyDataMapper::New()) {
     // No shape parameter is set, so the sphere starts as the source's default;
     // the recording fields read that default back so they never hold garbage.
@@ -98,3 +100,5 @@ void Sphere::setEndPhi(double a) {
 void Sphere::latLongTessellationOn() {
     source->LatLongTessellationOn();
 }
+
+} // namespace Orlavex

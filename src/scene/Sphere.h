@@ -5,6 +5,8 @@
 class vtkPolyDataMapper;
 class vtkSphereSource;
 
+namespace Orlavex {
+
 /// A sphere, or a part of one cut by longitude and latitude, drawn from a
 /// `vtkSphereSource`.
 ///
@@ -56,3 +58,5 @@ private:
     double startPhi = 0, endPhi = 0;
     vtkPolyDataMapper* mapper = nullptr;
 };
+
+} // namespace Orlavex

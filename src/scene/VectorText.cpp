@@ -6,6 +6,8 @@
 
 #include <charconv>
 
+namespace Orlavex {
+
 VectorText::VectorText() : source(vtkVectorText::New()), mapper(vtkPolyDataMapper::New()) {
     actor->SetMapper(mapper);
     mapper->SetInputConnection(source->GetOutputPort(0));
@@ -69,3 +71,5 @@ std::string VectorText::formatNumber(double v) {
         return std::string();
     return std::string(buffer, result.ptr);
 }
+
+} // namespace Orlavex

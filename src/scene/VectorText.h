@@ -7,6 +7,8 @@
 class vtkPolyDataMapper;
 class vtkVectorText;
 
+namespace Orlavex {
+
 /// Text built as 3-D geometry, placed and coloured like any other drawable.
 ///
 /// Besides plain text it can show a number between a fixed leading text and
@@ -49,3 +51,5 @@ private:
     std::string finalText;
     int interactiveValue = 0;
 };
+
+} // namespace Orlavex

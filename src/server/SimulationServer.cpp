@@ -1,12 +1,19 @@
 #include "SimulationServer.h"
 
 #include <QDeadlineTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
 
 #include <charconv>
+#include <utility>
 #include <cstdlib>
+
+namespace Orlavex {
 
 SimulationServer::SimulationServer() = default;
 
@@ -31,9 +38,17 @@ bool SimulationServer::waitForClient(int msecs) {
     delete m_client;
     m_client = m_server->nextPendingConnection();
     m_rx.clear();
-    if (m_client)
-        m_client->setParent(nullptr);
-    return m_client != nullptr;
+    m_ackDue = true;
+    m_acksOutstanding = 0;
+    m_cycleOut.clear();
+    m_cycleRecords.clear();
+    if (!m_client)
+        return false;
+    m_client->setParent(nullptr);
+    // The front-end's strings and acks are tiny: they must not wait for
+    // Nagle's algorithm and the peer's delayed ACK.
+    m_client->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    return true;
 }
 
 bool SimulationServer::isConnected() const {
@@ -173,3 +188,97 @@ void SimulationServer::closeClient() {
             m_client->abort();
     }
 }
+
+
+bool SimulationServer::fail(const QString& why) {
+    m_error = why;
+    return false;
+}
+
+bool SimulationServer::nextCycle(QVector<Entry>* changes) {
+    if (!m_pipelined || m_ackDue) {
+        if (!sendAck())
+            return fail(QStringLiteral("the front-end has gone (sending the server ack)"));
+        m_ackDue = false;
+    }
+    for (int k = 0; k < m_acksOutstanding; ++k) {
+        if (!readClientAck()) {
+            m_acksOutstanding = 0;
+            return fail(QStringLiteral("client ack %1 of the last cycle missing or not 0x00")
+                            .arg(k + 1));
+        }
+    }
+    m_acksOutstanding = 0;
+    if (!readData(changes))
+        return fail(QStringLiteral("no valid data message (the front-end has gone or broke the "
+                                   "protocol): \"%1\"")
+                        .arg(QString::fromLatin1(m_lastMessage.left(80))));
+    return true;
+}
+
+bool SimulationServer::addRecord(int num, const double* values, int count) {
+    if (!m_registryCounts.isEmpty()) {
+        const auto expected = m_registryCounts.constFind(num);
+        if (expected == m_registryCounts.cend())
+            return fail(QStringLiteral("record %1 is not registered by the front-end").arg(num));
+        if (*expected >= 0 && *expected != count)
+            return fail(QStringLiteral("record %1 (%2) carries %3 numbers, the front-end reads %4")
+                            .arg(num)
+                            .arg(m_registryKinds.value(num))
+                            .arg(count)
+                            .arg(*expected));
+    }
+    const int from = m_cycleOut.size();
+    m_cycleOut.append(record(num, values, count));
+    m_cycleRecords.append(qMakePair(from, m_cycleOut.size() - from));
+    return true;
+}
+
+bool SimulationServer::addRecord(int num, const QVector<double>& values) {
+    return addRecord(num, values.constData(), values.size());
+}
+
+bool SimulationServer::addRecord(int num, std::initializer_list<double> values) {
+    return addRecord(num, values.begin(), int(values.size()));
+}
+
+bool SimulationServer::finishCycle(int chalk) {
+    QByteArray out;
+    out.swap(m_cycleOut);
+    const QVector<QPair<int, int>> records = std::exchange(m_cycleRecords, {});
+    if (m_pipelined) {
+        // One write: chalk, records, and the ack that opens the next cycle.
+        QByteArray all = QByteArray::number(chalk) + '#';
+        all.append(out);
+        all.append('\x01');
+        m_acksOutstanding = 1 + records.size();
+        return write(all) || fail(QStringLiteral("the front-end has gone (sending the cycle)"));
+    }
+    if (!sendChalk(chalk))
+        return fail(QStringLiteral("the front-end has gone or sent a wrong ack (chalk)"));
+    for (const auto& r : records)
+        if (!write(out.mid(r.first, r.second)) || !readClientAck())
+            return fail(QStringLiteral("the front-end has gone or sent a wrong ack (record)"));
+    return true;
+}
+
+bool SimulationServer::loadRegistry(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(QStringLiteral("cannot read %1").arg(path));
+    const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
+    if (root.value(QStringLiteral("format")).toString() != QLatin1String("orlavex-registry"))
+        return fail(QStringLiteral("%1 is not a registry description").arg(path));
+    m_registryCounts.clear();
+    m_registryKinds.clear();
+    for (const QJsonValue& v : root.value(QStringLiteral("records")).toArray()) {
+        const QJsonObject r = v.toObject();
+        const int num = r.value(QStringLiteral("num")).toInt();
+        const bool ignored = r.value(QStringLiteral("ignored")).toBool();
+        m_registryCounts.insert(num, ignored ? -1 : r.value(QStringLiteral("count")).toInt());
+        m_registryKinds.insert(num, r.value(QStringLiteral("kind")).toString());
+    }
+    return true;
+}
+
+} // namespace Orlavex

@@ -3,6 +3,8 @@
 #include <Orlavex/orlavex_server_export.h>
 
 #include <QByteArray>
+#include <QHash>
+#include <QString>
 #include <QHostAddress>
 #include <QPair>
 #include <QVector>
@@ -11,6 +13,8 @@
 
 class QTcpServer;
 class QTcpSocket;
+
+namespace Orlavex {
 
 /// The simulation server's half of the wire protocol, for servers written in
 /// C++ with Qt (and for tests, benchmarks and the demo).
@@ -24,13 +28,22 @@ class QTcpSocket;
 /// The object is used on one thread: the thread that calls `listen` creates
 /// the sockets and must be the one that serves. It needs no event loop.
 ///
-/// A cycle, as the front-end expects it:
+/// A cycle:
 /// \code
-///   server.sendAck();
-///   server.readData(&changes);          // (index, value) pairs
-///   server.sendChalk(cycle);
-///   server.sendRecord(1, {x, y, z});    // one per registered object
+///   server.nextCycle(&changes);         // (index, value) pairs from the front-end
+///   server.addRecord(1, {x, y, z});     // one per registered object
+///   server.finishCycle(cycle);          // the chalk string and the records go out
 /// \endcode
+/// Pipelined (the default), `finishCycle` sends the chalk string, every record
+/// and the next cycle's server ack in one write, and the front-end's client
+/// acks are read by the next `nextCycle`, before the data message: one round
+/// trip per cycle instead of one per string. Nothing may be sent after the
+/// server ack until the data message has arrived, because the front-end
+/// swallows up to 10 bytes of whatever has arrived as the ack; the cycle
+/// calls keep to that. A missing or wrong client ack still fails the cycle
+/// (see `errorString`). Lock-step (`setPipelined(false)`) sends each string
+/// and waits for its ack, as the single-message calls below do; those stay
+/// for tests and fault injection.
 class ORLAVEX_SERVER_EXPORT SimulationServer {
 public:
     /// One (control index, value) pair of a data message.
@@ -48,6 +61,27 @@ public:
     /// Waits for the front-end to connect; true once one is connected.
     bool waitForClient(int msecs = -1);
     bool isConnected() const;
+
+    /// Pipelined cycles (default true); see the class comment.
+    void setPipelined(bool on) { m_pipelined = on; }
+    bool isPipelined() const { return m_pipelined; }
+    /// Starts a cycle: sends the server ack when it is due, reads the client
+    /// acks of the previous cycle's strings (pipelined), then the data
+    /// message. False when the front-end has gone or broke the protocol.
+    bool nextCycle(QVector<Entry>* changes);
+    /// Queues a record of this cycle. With a registry loaded, a record whose
+    /// number is not registered or whose count differs is refused (false,
+    /// see `errorString`) before anything goes on the wire.
+    bool addRecord(int num, const double* values, int count);
+    bool addRecord(int num, const QVector<double>& values);
+    bool addRecord(int num, std::initializer_list<double> values);
+    /// Sends the chalk string and the queued records (see the class comment).
+    bool finishCycle(int chalk);
+    /// Loads the front-end's registry description (`CommThread::writeRegistry`)
+    /// against which `addRecord` checks every record.
+    bool loadRegistry(const QString& path);
+    /// What went wrong last, in words.
+    QString errorString() const { return m_error; }
 
     /// Longest wait of a read, in milliseconds; -1 waits for ever.
     void setTimeout(int msecs) { m_timeout = msecs; }
@@ -88,10 +122,25 @@ public:
 private:
     bool fill(int msecs); // waits for more bytes into m_rx
     bool write(const QByteArray& bytes);
+    bool fail(const QString& why);
 
+    bool m_pipelined = true;
+    bool m_ackDue = true;       ///< pipelined: the next nextCycle sends the ack
+    int m_acksOutstanding = 0;  ///< pipelined: client acks not read yet
+    QByteArray m_cycleOut;      ///< this cycle's record strings
+    QVector<QPair<int, int>> m_cycleRecords; ///< lock-step: (offset, length) of each
+    QHash<int, int> m_registryCounts;        ///< num -> count; -1 for any count
+    QHash<int, QString> m_registryKinds;
+    QString m_error;
     QTcpServer* m_server = nullptr;
     QTcpSocket* m_client = nullptr;
     QByteArray m_rx;
     QByteArray m_lastMessage;
     int m_timeout = 30000;
 };
+
+} // namespace Orlavex
+
+#ifndef ORLAVEX_NO_GLOBAL_NAMES
+using Orlavex::SimulationServer;
+#endif

@@ -1,6 +1,6 @@
 // The web view's start page: shown at once, from inside the library unless the
 // client application chose another, and never the address it was given.
-#include <Orlavex/controls/Browser.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 

@@ -1,8 +1,6 @@
 // Containers and their layout policies, looked at through the layouts they
 // install, and the dialog's close requests.
-#include <Orlavex/controls/Dialog.h>
-#include <Orlavex/controls/GroupBox.h>
-#include <Orlavex/controls/Panel.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 

@@ -1,6 +1,5 @@
 // The read-out's text and the life of its label.
-#include <Orlavex/controls/DisplayDouble.h>
-#include <Orlavex/controls/Panel.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 

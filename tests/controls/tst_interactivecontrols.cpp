@@ -1,13 +1,6 @@
 // The input widgets with real key presses and clicks: what each one sends,
 // when, and how the number field marks unsent and sent values.
-#include <Orlavex/controls/ButtonGroup.h>
-#include <Orlavex/controls/CheckBox.h>
-#include <Orlavex/controls/Dialog.h>
-#include <Orlavex/controls/NumberField.h>
-#include <Orlavex/controls/Panel.h>
-#include <Orlavex/controls/PauseButton.h>
-#include <Orlavex/controls/RadioButton.h>
-#include <Orlavex/controls/Slider.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 

@@ -1,8 +1,6 @@
 // Canvas and CanvasButtons with real rendering: stored camera settings, the
 // button panel, the scene lock around every render and a screenshot.
-#include <Orlavex/common/SceneLock.h>
-#include <Orlavex/display/Canvas.h>
-#include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 #include "ScreenshotProbe.h"

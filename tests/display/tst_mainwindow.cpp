@@ -1,16 +1,7 @@
 // The main window: render-pass semantics, closing, layout policy, and a whole
 // front-end driven by the server class (canvas, trail plot and read-out
 // screenshots). Its prompt shutdown is checked with the link thread's.
-#include <Orlavex/controls/Browser.h>
-#include <Orlavex/controls/Dialog.h>
-#include <Orlavex/controls/DisplayDouble.h>
-#include <Orlavex/display/Canvas.h>
-#include <Orlavex/display/CanvasButtons.h>
-#include <Orlavex/display/MainWindow.h>
-#include <Orlavex/display/PlottingPanelQwt.h>
-#include <Orlavex/display/TrailQwt.h>
-#include <Orlavex/link/CommThread.h>
-#include <Orlavex/scene/Sphere.h>
+#include <Orlavex/Orlavex.h>
 
 #include "CycleServer.h"
 #include "GuiTestMain.h"

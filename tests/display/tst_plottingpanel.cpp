@@ -1,6 +1,6 @@
 // PlottingPanel: curve numbers, the order of the plotted inputs, text styles
 // and a screenshot of a rendered chart.
-#include <Orlavex/display/PlottingPanel.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 #include "ScreenshotProbe.h"

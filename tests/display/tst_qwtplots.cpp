@@ -2,8 +2,7 @@
 // buffer, replace mode, bad batches and the ownership of the curve.
 // PlottingPanelQwt: legend placement, the checkable legend, the right-click
 // autoscale and a screenshot of a plotted trail.
-#include <Orlavex/display/PlottingPanelQwt.h>
-#include <Orlavex/display/TrailQwt.h>
+#include <Orlavex/Orlavex.h>
 
 #include "GuiTestMain.h"
 #include "ScreenshotProbe.h"

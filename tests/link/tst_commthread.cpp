@@ -1,14 +1,6 @@
 // The link thread's registries, control path and flags with real widgets, and
 // its shutdown in every state, alone or owned by a main window.
-#include <Orlavex/controls/ButtonGroup.h>
-#include <Orlavex/controls/InteractiveControlI.h>
-#include <Orlavex/controls/NumberField.h>
-#include <Orlavex/controls/PauseButton.h>
-#include <Orlavex/controls/RadioButton.h>
-#include <Orlavex/display/MainWindow.h>
-#include <Orlavex/link/CommThread.h>
-#include <Orlavex/link/SocketClass.h>
-#include <Orlavex/scene/Sphere.h>
+#include <Orlavex/Orlavex.h>
 
 #include "CycleServer.h"
 #include "GuiTestMain.h"

@@ -2,7 +2,7 @@
 // own QString conversions in the C locale, and the data message's "%f" form
 // with printf. Both are checked over hand-picked edge cases and over many
 // generated fields.
-#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QtTest>
 

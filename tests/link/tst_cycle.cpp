@@ -1,9 +1,7 @@
 // The exchange cycle against the server class on loopback: wire order, record
 // dispatch, the pending list under concurrency, pause, stop and link failures
 // at every step.
-#include <Orlavex/link/CommThread.h>
-#include <Orlavex/scene/Line.h>
-#include <Orlavex/scene/Sphere.h>
+#include <Orlavex/Orlavex.h>
 
 #include "CycleRun.h"
 #include "GuiTestMain.h"
@@ -66,6 +64,7 @@ private slots:
         QTRY_COMPARE(updates.count(), 2); // start-up, then the cycle
         QCOMPARE(thread.getPendingCount(), 0);
         thread.shutdown();
+        QVERIFY(LogStream::waitWritten(5000));
         QFile log("info.txt");
         QVERIFY(log.open(QIODevice::ReadOnly));
         const QStringList lines = QString::fromLatin1(log.readAll()).split('\n');

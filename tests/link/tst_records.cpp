@@ -2,22 +2,7 @@
 // its setter, for every combination of the kind's flags. The solids run
 // against a bare link thread; the other kinds with a main window taking the
 // render passes, widget changes and trail points.
-#include <Orlavex/controls/DisplayDouble.h>
-#include <Orlavex/controls/NumberField.h>
-#include <Orlavex/display/TrailQwt.h>
-#include <Orlavex/scene/Arrow.h>
-#include <Orlavex/scene/Cone.h>
-#include <Orlavex/scene/Cube.h>
-#include <Orlavex/scene/Cylinder.h>
-#include <Orlavex/scene/DiskSource.h>
-#include <Orlavex/scene/File3DSImporter.h>
-#include <Orlavex/scene/HalfPipe.h>
-#include <Orlavex/scene/PlanarGrid.h>
-#include <Orlavex/scene/Plane.h>
-#include <Orlavex/scene/PolygonC.h>
-#include <Orlavex/scene/RegularPolygon.h>
-#include <Orlavex/scene/Sphere.h>
-#include <Orlavex/scene/VectorText.h>
+#include <Orlavex/Orlavex.h>
 
 #include "CycleRun.h"
 #include "GuiTestMain.h"

@@ -2,7 +2,7 @@
 // example of the protocol with the verbose log, framing corner cases, strings
 // cut short, failed sends, addresses and the parser's outputs; and the server
 // class's own parsing, number formatting and time-outs.
-#include <Orlavex/link/SocketClass.h>
+#include <Orlavex/Orlavex.h>
 
 #include "ServerThread.h"
 #include "StdoutCapture.h"
@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRegularExpression>
+#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -18,8 +19,14 @@
 #include <limits>
 #include <thread>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace {
 QStringList logLines() {
+    LogStream::waitWritten(5000); // lines reach the file through the output thread
     QFile file(QStringLiteral("info.txt"));
     if (!file.open(QIODevice::ReadOnly))
         return {};
@@ -291,6 +298,80 @@ private slots:
         QCOMPARE(send(socket, 1, {1}, {1}), 0);
         const QStringList lines = logLines();
         QCOMPARE(lines.mid(lines.size() - log.size()), log);
+    }
+
+    // Thread roles: whoever connected, a close from any thread ends a call
+    // that another thread is blocked in within one wait slice, without
+    // touching the socket under that thread's feet; a close before or during
+    // a connect ends the connect.
+    void closeFromAnyThread_data() {
+        QTest::addColumn<int>("scene");
+        QTest::newRow("A connects, B waits, A closes") << 0;
+        QTest::newRow("A connects, A waits, B closes") << 1;
+        QTest::newRow("close during connect") << 2;
+        QTest::newRow("close before connect") << 3;
+    }
+    void closeFromAnyThread() {
+        QFETCH(int, scene);
+        // A listener whose accept queue is full leaves later connects hanging:
+        // the kernel drops their handshakes.
+        const int full = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in at{};
+        at.sin_family = AF_INET;
+        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t atLength = sizeof at;
+        QVERIFY(::bind(full, reinterpret_cast<sockaddr*>(&at), sizeof at) == 0 &&
+                ::listen(full, 0) == 0 &&
+                ::getsockname(full, reinterpret_cast<sockaddr*>(&at), &atLength) == 0);
+        std::vector<int> fillers;
+        for (int i = 0; scene >= 2 && i < 4; ++i) {
+            fillers.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+            ::connect(fillers.back(), reinterpret_cast<sockaddr*>(&at), sizeof at);
+        }
+        ServerThread silent([](SimulationServer& s) { s.readRaw(1, 5000); });
+
+        SocketClass socket;
+        socket.setServerAddress("local");
+        socket.setServerPort(scene >= 2 ? ntohs(at.sin_port) : silent.port());
+        std::atomic<qint64> closedAt{0}, returnedAt{0};
+        QElapsedTimer clock;
+        clock.start();
+        auto close = [&] {
+            closedAt = clock.nsecsElapsed();
+            socket.closeConnection();
+        };
+        auto blockingCall = [&] {
+            if (scene >= 2)
+                socket.connectToServer();
+            else
+                socket.getChalk();
+            returnedAt = clock.nsecsElapsed();
+        };
+        if (scene == 3)
+            close();
+        if (scene == 0)
+            socket.connectToServer(); // this thread owns the socket
+        std::thread worker([&] {
+            if (scene == 1) {
+                socket.connectToServer(); // the worker owns it and waits
+                blockingCall();
+            } else {
+                blockingCall();
+            }
+        });
+        if (scene != 3) {
+            // Give the other thread time to be inside its wait; the checks
+            // below hold whichever comes first.
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+            close();
+        }
+        worker.join();
+        for (int fd : fillers)
+            ::close(fd);
+        ::close(full);
+        QVERIFY(!socket.isConnected());
+        QVERIFY2(returnedAt.load() - closedAt.load() < qint64(100) * 1000 * 1000,
+                 qPrintable(QString::number((returnedAt - closedAt) / 1000000.0) + " ms"));
     }
 
     void addressAndPort_data() {

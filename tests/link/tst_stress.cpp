@@ -2,15 +2,7 @@
 // without pause and drags its camera: the link thread's changes to the scene
 // and the renders must never overlap. Meant to run under ThreadSanitizer too
 // (scripts/test --sanitize thread), where any race is reported.
-#include <Orlavex/controls/DisplayDouble.h>
-#include <Orlavex/controls/NumberField.h>
-#include <Orlavex/display/Canvas.h>
-#include <Orlavex/display/MainWindow.h>
-#include <Orlavex/link/CommThread.h>
-#include <Orlavex/scene/Cube.h>
-#include <Orlavex/scene/PlanarGrid.h>
-#include <Orlavex/scene/Sphere.h>
-#include <Orlavex/scene/VectorText.h>
+#include <Orlavex/Orlavex.h>
 
 #include "CycleServer.h"
 #include "GuiTestMain.h"

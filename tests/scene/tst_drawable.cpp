@@ -1,14 +1,7 @@
 // DrawableSource and the eight parametric solids built on it: flags, edge
 // visibility, placement, copies that share the VTK objects, and setters that
 // reach each solid's source.
-#include <Orlavex/scene/Arrow.h>
-#include <Orlavex/scene/Cone.h>
-#include <Orlavex/scene/Cube.h>
-#include <Orlavex/scene/Cylinder.h>
-#include <Orlavex/scene/DiskSource.h>
-#include <Orlavex/scene/Plane.h>
-#include <Orlavex/scene/RegularPolygon.h>
-#include <Orlavex/scene/Sphere.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QtTest>
 

@@ -1,6 +1,6 @@
 // File3DSImporter on files the suite writes itself, on real files written by
 // other tools, and on files that cannot give a mesh.
-#include <Orlavex/scene/File3DSImporter.h>
+#include <Orlavex/Orlavex.h>
 
 #include "ThreeDSWriter.h"
 

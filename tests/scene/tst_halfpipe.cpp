@@ -1,6 +1,6 @@
 // HalfPipe geometry: the point layout and coordinates of the trough, the
 // rebuild on every setter, and counts below 2 that must give no NaN.
-#include <Orlavex/scene/HalfPipe.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QtTest>
 

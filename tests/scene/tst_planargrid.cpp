@@ -1,5 +1,5 @@
 // PlanarGrid's geometry, glyph positions, value arrays and colour tables.
-#include <Orlavex/scene/PlanarGrid.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QtTest>
 

@@ -1,8 +1,7 @@
 // Line and PolygonC: the cell they draw (open polyline versus filled
 // polygon), exact storage of the float coordinates, reading no more than
 // 3 × count floats, and the count setters rebuilding the drawn cell.
-#include <Orlavex/scene/Line.h>
-#include <Orlavex/scene/PolygonC.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QtTest>
 

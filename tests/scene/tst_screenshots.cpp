@@ -1,13 +1,7 @@
 // Scene objects rendered off screen and probed pixel by pixel: a half pipe
 // among degenerate objects, a coloured grid with its arrows and legend, and
 // 3-D text showing a number.
-#include <Orlavex/scene/File3DSImporter.h>
-#include <Orlavex/scene/HalfPipe.h>
-#include <Orlavex/scene/Line.h>
-#include <Orlavex/scene/PlanarGrid.h>
-#include <Orlavex/scene/PolygonC.h>
-#include <Orlavex/scene/ScalarBar.h>
-#include <Orlavex/scene/VectorText.h>
+#include <Orlavex/Orlavex.h>
 
 #include "ScreenshotProbe.h"
 

@@ -1,8 +1,7 @@
 // VectorText: the number format (also under a locale with a decimal comma)
 // and how the leading and trailing texts join the number. ScalarBar: its
 // colour table, layout and label format (painting is in tst_screenshots).
-#include <Orlavex/scene/ScalarBar.h>
-#include <Orlavex/scene/VectorText.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QProcess>
 #include <QTemporaryDir>

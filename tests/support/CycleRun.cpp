@@ -2,8 +2,7 @@
 
 #include "SignalCounter.h"
 
-#include <Orlavex/display/MainWindow.h>
-#include <Orlavex/link/CommThread.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QtTest>
 

@@ -4,7 +4,7 @@
 
 #include <QMap>
 
-class SendClass;
+#include <Orlavex/Orlavex.h>
 
 /// What a run of real cycles left behind.
 struct CycleRun {

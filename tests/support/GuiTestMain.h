@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Orlavex/display/SurfaceFormat.h>
+#include <Orlavex/Orlavex.h>
 
 #include <QApplication>
 #include <QtTest>

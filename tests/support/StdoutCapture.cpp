@@ -1,5 +1,7 @@
 #include "StdoutCapture.h"
 
+#include <Orlavex/Orlavex.h>
+
 #include <QFile>
 
 #include <cstdio>
@@ -7,6 +9,7 @@
 #include <unistd.h>
 
 StdoutCapture::StdoutCapture() {
+    Orlavex::LogStream::waitWritten(5000); // earlier output stays out of the capture
     std::fflush(stdout);
     std::strcpy(m_path, "/tmp/orlavex-stdout-XXXXXX");
     m_fd = mkstemp(m_path);
@@ -19,6 +22,8 @@ StdoutCapture::~StdoutCapture() { take(); }
 QByteArray StdoutCapture::take() {
     if (m_saved < 0)
         return QByteArray();
+    // The library writes standard output from its output thread.
+    Orlavex::LogStream::waitWritten(5000);
     std::fflush(stdout);
     dup2(m_saved, 1);
     close(m_saved);

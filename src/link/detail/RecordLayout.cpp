@@ -4,7 +4,6 @@
 #include <Orlavex/controls/DisplayDouble.h>
 #include <Orlavex/controls/NumberField.h>
 #include <Orlavex/display/TrailQwt.h>
-#include <Orlavex/link/CommThread.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/Arrow.h>
 #include <Orlavex/scene/Cone.h>
@@ -20,31 +19,68 @@
 #include <Orlavex/scene/Sphere.h>
 #include <Orlavex/scene/VectorText.h>
 
+#include <QJsonArray>
+
 #include <algorithm>
-#include <mutex>
+#include <cstdlib>
+#include <cxxabi.h>
+#include <typeinfo>
+#include <chrono>
+#include <cmath>
+
+namespace Orlavex {
+namespace detail {
+
+namespace {
+qint64 nowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+// A payload this long (in characters) or number buffers this large are given
+// back after their record, so that one huge record does not stay resident.
+constexpr int kLargePayload = 4 * 1024 * 1024;
+constexpr int kLargeNumbers = 1024 * 1024;
+} // namespace
 
 const float* RecordContext::parseFloats(int count) {
-    socket->processInput(message, floats, count, ints, 0);
-    return floats->constData();
+    const qint64 t = nowNs();
+    socket->processInput(&message, &floats, count, &ints, 0);
+    parseNs += nowNs() - t;
+    return floats.constData();
 }
 
-void RecordContext::parseDoubles(int count) {
-    std::lock_guard<std::mutex> guard(thread->handOverLock());
-    doubles->resize(0); // keeps its room
-    socket->processInput(message, doubles, count, ints, 0);
+const double* RecordContext::parseDoubles(int count) {
+    const qint64 t = nowNs();
+    socket->processInput(&message, &doubles, count, &ints, 0);
+    parseNs += nowNs() - t;
+    return doubles.constData();
 }
 
-void RecordContext::emitTrail(TrailQwt* trail) {
-    emit thread->trailUpdated(trail, doubles);
-    // The blocking call reports its end through a futex that race checkers
-    // cannot see. The receiver holds the hand-over lock while it takes the
-    // points; taking it once here shows them that its reading of the call's
-    // arguments (on this thread's stack) came before this thread goes on.
-    std::lock_guard<std::mutex> seen(thread->handOverLock());
+void RecordContext::apply(int num) {
+    const auto target = targets.constFind(num);
+    if (target == targets.cend() || !target->apply)
+        return; // unknown num fields and ignored kinds: read and dropped
+    const qint64 start = nowNs();
+    const qint64 parsedBefore = parseNs;
+    target->apply(*this, target->object);
+    const qint64 parsed = parseNs - parsedBefore;
+    stats.applyMs += double(nowNs() - start - parsed) * 1e-6;
+    stats.parseMs += double(parsed) * 1e-6;
+    ++stats.records;
+    const int amiss = socket->takeParseAnomalies() + nonFinite;
+    nonFinite = 0;
+    if (amiss > 0)
+        stats.anomalies[num] += amiss;
 }
 
-void RecordContext::queueWidgetUpdate(NumberField* field, DisplayDouble* readOut, double value) {
-    thread->queueWidgetUpdate(field, readOut, value);
+void RecordContext::releaseLargeBuffers() {
+    if (message.capacity() > kLargePayload)
+        message = QString();
+    if (floats.capacity() > kLargeNumbers)
+        floats = QVector<float>();
+    if (doubles.capacity() > kLargeNumbers)
+        doubles = QVector<double>();
 }
 
 namespace {
@@ -63,14 +99,23 @@ void applyColour(DrawableSource* o, const float* v) {
     o->setEdgeColor(v[8], v[9], v[10]);
 }
 
+/// Turns are increments: one that is not finite would leave the orientation
+/// NaN for good, so it is skipped and counted instead.
+void turn(RecordContext& c, DrawableSource* o, void (DrawableSource::*rotate)(double), float a) {
+    if (std::isfinite(a))
+        (o->*rotate)(a);
+    else
+        ++c.nonFinite;
+}
+
 /// Common part of the positioned block, 9 numbers: absolute position and
 /// origin, then turns by increments.
-void applyPlacement(DrawableSource* o, const float* v) {
+void applyPlacement(RecordContext& c, DrawableSource* o, const float* v) {
     o->setPosition(v[0], v[1], v[2]);
     o->setOrigin(v[3], v[4], v[5]);
-    o->rotateX(v[6]);
-    o->rotateY(v[7]);
-    o->rotateZ(v[8]);
+    turn(c, o, &DrawableSource::rotateX, v[6]);
+    turn(c, o, &DrawableSource::rotateY, v[7]);
+    turn(c, o, &DrawableSource::rotateZ, v[8]);
 }
 
 // Tails of the positioned block (numbers 9 on), one per kind.
@@ -106,19 +151,23 @@ void halfPipeTail(HalfPipe* o, const float* t) {
 }
 template <class T> void noTail(T*, const float*) {}
 
+int flag(int value) {
+    return value == 1 ? 1 : 0;
+}
+
 /// The solid rule: positioned block of L numbers (common part, then the
 /// kind's tail) when p is 1, then the colour block when c is 1.
 template <class T, int L, void (*Tail)(T*, const float*)>
 void applySolid(RecordContext& c, SendClass* object) {
     T* o = static_cast<T*>(object);
-    const int p = o->getInteractivelyPositioned() == 1 ? 1 : 0;
-    const int col = o->getInteractivelyColored() == 1 ? 1 : 0;
+    const int p = flag(o->getInteractivelyPositioned());
+    const int col = flag(o->getInteractivelyColored());
     if (p + col == 0)
         return;
     const float* v = c.parseFloats(L * p + 11 * col);
     SceneLock lock;
     if (p) {
-        applyPlacement(o, v);
+        applyPlacement(c, o, v);
         Tail(o, v + 9);
         v += L;
     }
@@ -129,9 +178,9 @@ void applySolid(RecordContext& c, SendClass* object) {
 /// Text: the shown number (t), the common positioned block (p), colours (c).
 void applyText(RecordContext& c, SendClass* object) {
     auto* o = static_cast<VectorText*>(object);
-    const int t = o->getInteractiveValue() == 1 ? 1 : 0;
-    const int p = o->getInteractivelyPositioned() == 1 ? 1 : 0;
-    const int col = o->getInteractivelyColored() == 1 ? 1 : 0;
+    const int t = flag(o->getInteractiveValue());
+    const int p = flag(o->getInteractivelyPositioned());
+    const int col = flag(o->getInteractivelyColored());
     if (t + p + col == 0)
         return;
     const float* v = c.parseFloats(t + 9 * p + 11 * col);
@@ -141,7 +190,7 @@ void applyText(RecordContext& c, SendClass* object) {
         v += 1;
     }
     if (p) {
-        applyPlacement(o, v);
+        applyPlacement(c, o, v);
         v += 9;
     }
     if (col)
@@ -149,48 +198,48 @@ void applyText(RecordContext& c, SendClass* object) {
 }
 
 /// Grid: positioned block (15), vector block (4n + 1), cell colours (n).
-/// The blocks are taken from the front of the parsed numbers one after the other.
+/// The blocks are taken from the front of the parsed numbers one after the
+/// other and handed to the grid where they lie: no copy per record.
 void applyGrid(RecordContext& c, SendClass* object) {
     auto* g = static_cast<PlanarGrid*>(object);
     const int n = g->getCellNumber();
-    const int p = g->getInteractivelyPositioned() == 1 ? 1 : 0;
-    const int v = g->getDisplayVectors() == 1 ? 1 : 0;
-    const int col = g->getInteractivelyColored() == 1 ? 1 : 0;
+    const int p = flag(g->getInteractivelyPositioned());
+    const int v = flag(g->getDisplayVectors());
+    const int col = flag(g->getInteractivelyColored());
     if (p + v + col == 0)
         return;
     const float* x = c.parseFloats(15 * p + (4 * n + 1) * v + n * col);
     SceneLock lock;
     if (p) {
-        applyPlacement(g, x);
+        applyPlacement(c, g, x);
         g->setLengths(x[9], x[10], x[11]);
         g->setx0y0z0(x[12], x[13], x[14]); // shows from the next rebuild on
         x += 15;
     }
     if (v) {
-        // A grid of more than 300000 cells has more vector components than the
-        // scratch buffer's first size: the buffer grows, once, and stays grown.
-        if (c.scratch->size() < size_t(3) * size_t(n))
-            c.scratch->resize(size_t(3) * size_t(n));
-        float* scratch = c.scratch->data();
-        std::copy(x, x + n, scratch);
-        g->setVectorMagnitude(scratch);
-        std::copy(x + n, x + 4 * n, scratch);
-        g->setVectors(scratch);
+        g->setVectorMagnitude(x);
+        g->setVectors(x + n);
         g->setScaleVector(x[4 * n]);
         x += 4 * n + 1;
     }
-    if (col) {
-        c.gridCopy->assign(x, x + n);
-        g->setCellColors(*c.gridCopy);
-    }
+    if (col)
+        g->setCellColors(x, n);
 }
 
-/// Trail: k x values then k y values, in double precision, handed to the GUI
-/// thread whatever the flags (k = 0 hands over an empty vector).
+/// Trail: k x values then k y values, in double precision, copied into the
+/// cycle's hand-over whatever the flags (k = 0 hands over an empty batch). A
+/// batch with a point that is not finite is not handed over: such a point
+/// would fix the plot's range until it left the buffer.
 void applyTrail(RecordContext& c, SendClass* object) {
     auto* t = static_cast<TrailQwt*>(object);
-    c.parseDoubles(2 * std::max(0, t->getNReceivedPoints()));
-    c.emitTrail(t);
+    const int count = 2 * std::max(0, t->getNReceivedPoints());
+    const double* v = c.parseDoubles(count);
+    const int bad = int(std::count_if(v, v + count, [](double d) { return !std::isfinite(d); }));
+    if (bad > 0) {
+        c.nonFinite += bad;
+        return;
+    }
+    c.batch.trails.push_back({t, QVector<double>(v, v + count)});
 }
 
 /// Number field: its enabled state, when its enable flag is above 0.
@@ -198,51 +247,200 @@ void applyNumberField(RecordContext& c, SendClass* object) {
     auto* f = static_cast<NumberField*>(object);
     if (f->getEnableInt() <= 0)
         return;
-    c.queueWidgetUpdate(f, nullptr, double(c.parseFloats(1)[0]));
+    c.batch.widgets.push_back({f, nullptr, double(c.parseFloats(1)[0])});
 }
 
 /// Read-out: one number.
 void applyReadOut(RecordContext& c, SendClass* object) {
-    c.queueWidgetUpdate(nullptr, static_cast<DisplayDouble*>(object), double(c.parseFloats(1)[0]));
+    c.batch.widgets.push_back(
+        {nullptr, static_cast<DisplayDouble*>(object), double(c.parseFloats(1)[0])});
+}
+
+// --- The registry description: each kind's flags and field names. ---
+
+struct Fields {
+    QJsonObject flags;
+    QJsonArray list;
+    int count = 0;
+    const char* precision = "float";
+    void add(const QString& name, int n = 1) {
+        list.append(QJsonObject{{"name", name}, {"count", n}});
+        count += n;
+    }
+    void addAll(std::initializer_list<const char*> names) {
+        for (const char* name : names)
+            add(QString::fromLatin1(name));
+    }
+    void placement() {
+        addAll({"position.x", "position.y", "position.z", "origin.x", "origin.y", "origin.z",
+                "turn.x", "turn.y", "turn.z"});
+    }
+    void colour() {
+        addAll({"color.r", "color.g", "color.b", "diffuse", "specular", "specularPower", "opacity",
+                "edgeVisibility", "edgeColor.r", "edgeColor.g", "edgeColor.b"});
+    }
+};
+
+using Describe = void (*)(SendClass*, Fields&);
+
+template <const char* const* Tail, int N> void describeSolid(SendClass* object, Fields& f) {
+    auto* o = dynamic_cast<Drawable*>(object);
+    const int p = flag(o->getInteractivelyPositioned());
+    const int col = flag(o->getInteractivelyColored());
+    f.flags = {{"positioned", p}, {"colored", col}};
+    if (p) {
+        f.placement();
+        for (int i = 0; i < N; ++i)
+            f.add(QString::fromLatin1(Tail[i]));
+    }
+    if (col)
+        f.colour();
+}
+
+void describeText(SendClass* object, Fields& f) {
+    auto* o = static_cast<VectorText*>(object);
+    const int t = flag(o->getInteractiveValue());
+    const int p = flag(o->getInteractivelyPositioned());
+    const int col = flag(o->getInteractivelyColored());
+    f.flags = {{"value", t}, {"positioned", p}, {"colored", col}};
+    if (t)
+        f.add("value");
+    if (p)
+        f.placement();
+    if (col)
+        f.colour();
+}
+
+void describeGrid(SendClass* object, Fields& f) {
+    auto* g = static_cast<PlanarGrid*>(object);
+    const int n = g->getCellNumber();
+    const int p = flag(g->getInteractivelyPositioned());
+    const int v = flag(g->getDisplayVectors());
+    const int col = flag(g->getInteractivelyColored());
+    f.flags = {{"positioned", p}, {"vectors", v}, {"colored", col}, {"cells", n}};
+    if (p) {
+        f.placement();
+        f.addAll({"length.x", "length.y", "length.z", "corner.x", "corner.y", "corner.z"});
+    }
+    if (v) {
+        f.add("magnitudes", n);
+        f.add("vectors", 3 * n);
+        f.add("vectorScale");
+    }
+    if (col)
+        f.add("cells", n);
+}
+
+void describeTrail(SendClass* object, Fields& f) {
+    const int k = std::max(0, static_cast<TrailQwt*>(object)->getNReceivedPoints());
+    f.precision = "double";
+    f.flags = {{"receivedPoints", static_cast<TrailQwt*>(object)->getNReceivedPoints()}};
+    f.add("x", k);
+    f.add("y", k);
+}
+
+void describeNumberField(SendClass* object, Fields& f) {
+    const int enable = static_cast<NumberField*>(object)->getEnableInt();
+    f.flags = {{"enable", enable}};
+    if (enable > 0)
+        f.add("enabled");
+}
+
+void describeReadOut(SendClass*, Fields& f) {
+    f.add("value");
 }
 
 template <class T> bool is(SendClass* o) {
     return dynamic_cast<T*>(o) != nullptr;
 }
 
+constexpr const char* kNoTail[] = {nullptr};
+constexpr const char* kRadius[] = {"radius"};
+constexpr const char* kRadiusHeight[] = {"radius", "height"};
+constexpr const char* kLengths[] = {"length.x", "length.y", "length.z"};
+constexpr const char* kNormalRadius[] = {"normal.x", "normal.y", "normal.z", "radius"};
+constexpr const char* kRadii[] = {"innerRadius", "outerRadius"};
+constexpr const char* kScale[] = {"scale"};
+constexpr const char* kTube[] = {"radiusMin", "radiusMax", "length"};
+
 struct Kind {
     bool (*matches)(SendClass*);
-    RecordLayout::Apply apply;
+    RecordContext::Apply apply;
+    const char* name;
+    Describe describe;
 };
 
 // The kinds, in the order in which they are tested. Kinds that are not here
 // (Line, ScalarBar, RadioButton, ...) have their records read and ignored.
 const Kind kKinds[] = {
-    {is<PlanarGrid>, applyGrid},
-    {is<TrailQwt>, applyTrail},
-    {is<Sphere>, applySolid<Sphere, 10, sphereTail>},
-    {is<Cylinder>, applySolid<Cylinder, 11, cylinderTail>},
-    {is<Cube>, applySolid<Cube, 12, cubeTail>},
-    {is<RegularPolygon>, applySolid<RegularPolygon, 13, regularPolygonTail>},
-    {is<PolygonC>, applySolid<PolygonC, 9, noTail<PolygonC>>},
-    {is<DiskSource>, applySolid<DiskSource, 11, diskTail>},
-    {is<Arrow>, applySolid<Arrow, 10, arrowTail>},
-    {is<Cone>, applySolid<Cone, 11, coneTail>},
-    {is<HalfPipe>, applySolid<HalfPipe, 12, halfPipeTail>},
-    {is<Plane>, applySolid<Plane, 9, noTail<Plane>>},
-    {is<VectorText>, applyText},
-    {is<NumberField>, applyNumberField},
-    {is<DisplayDouble>, applyReadOut},
-    {is<File3DSImporter>, applySolid<File3DSImporter, 9, noTail<File3DSImporter>>},
+    {is<PlanarGrid>, applyGrid, "PlanarGrid", describeGrid},
+    {is<TrailQwt>, applyTrail, "TrailQwt", describeTrail},
+    {is<Sphere>, applySolid<Sphere, 10, sphereTail>, "Sphere", describeSolid<kRadius, 1>},
+    {is<Cylinder>, applySolid<Cylinder, 11, cylinderTail>, "Cylinder",
+     describeSolid<kRadiusHeight, 2>},
+    {is<Cube>, applySolid<Cube, 12, cubeTail>, "Cube", describeSolid<kLengths, 3>},
+    {is<RegularPolygon>, applySolid<RegularPolygon, 13, regularPolygonTail>, "RegularPolygon",
+     describeSolid<kNormalRadius, 4>},
+    {is<PolygonC>, applySolid<PolygonC, 9, noTail<PolygonC>>, "PolygonC",
+     describeSolid<kNoTail, 0>},
+    {is<DiskSource>, applySolid<DiskSource, 11, diskTail>, "DiskSource", describeSolid<kRadii, 2>},
+    {is<Arrow>, applySolid<Arrow, 10, arrowTail>, "Arrow", describeSolid<kScale, 1>},
+    {is<Cone>, applySolid<Cone, 11, coneTail>, "Cone", describeSolid<kRadiusHeight, 2>},
+    {is<HalfPipe>, applySolid<HalfPipe, 12, halfPipeTail>, "HalfPipe", describeSolid<kTube, 3>},
+    {is<Plane>, applySolid<Plane, 9, noTail<Plane>>, "Plane", describeSolid<kNoTail, 0>},
+    {is<VectorText>, applyText, "VectorText", describeText},
+    {is<NumberField>, applyNumberField, "NumberField", describeNumberField},
+    {is<DisplayDouble>, applyReadOut, "DisplayDouble", describeReadOut},
+    {is<File3DSImporter>, applySolid<File3DSImporter, 9, noTail<File3DSImporter>>,
+     "File3DSImporter", describeSolid<kNoTail, 0>},
 };
 
-} // namespace
-
-RecordLayout::Apply RecordLayout::find(SendClass* object) {
+const Kind* kindOf(SendClass* object) {
     if (!object)
         return nullptr;
     for (const Kind& kind : kKinds)
         if (kind.matches(object))
-            return kind.apply;
+            return &kind;
     return nullptr;
 }
+
+} // namespace
+
+RecordContext::Apply RecordLayout::find(SendClass* object) {
+    const Kind* kind = kindOf(object);
+    return kind ? kind->apply : nullptr;
+}
+
+QJsonObject RecordLayout::describe(int num, SendClass* object) {
+    const Kind* kind = kindOf(object);
+    QJsonObject out{{"num", num}};
+    if (!kind) {
+        // Its records are read and ignored, whatever they carry.
+        QString name = QStringLiteral("none");
+        if (object) {
+            int status = 0;
+            char* plain = abi::__cxa_demangle(typeid(*object).name(), nullptr, nullptr, &status);
+            name = QString::fromLatin1(status == 0 ? plain : typeid(*object).name());
+            std::free(plain);
+            name.remove(QStringLiteral("Orlavex::"));
+        }
+        out.insert("kind", name);
+        out.insert("precision", "none");
+        out.insert("flags", QJsonObject());
+        out.insert("fields", QJsonArray());
+        out.insert("count", 0);
+        out.insert("ignored", true);
+        return out;
+    }
+    Fields f;
+    kind->describe(object, f);
+    out.insert("kind", QString::fromLatin1(kind->name));
+    out.insert("precision", QString::fromLatin1(f.precision));
+    out.insert("flags", f.flags);
+    out.insert("fields", f.list);
+    out.insert("count", f.count);
+    return out;
+}
+
+} // namespace detail
+} // namespace Orlavex

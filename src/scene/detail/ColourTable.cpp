@@ -2,6 +2,8 @@
 
 #include <vtkLookupTable.h>
 
+namespace Orlavex {
+
 namespace ColourTable {
 
 void configure(vtkLookupTable* lut, float hueMin, float hueMax, float saturationMin,
@@ -21,3 +23,5 @@ void configure(vtkLookupTable* lut, float hueMin, float hueMax, float saturation
 }
 
 } // namespace ColourTable
+
+} // namespace Orlavex

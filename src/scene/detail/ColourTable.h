@@ -2,6 +2,8 @@
 
 class vtkLookupTable;
 
+namespace Orlavex {
+
 /// Builds a colour table from the twelve colour-table parameters shared by the
 /// grid and the colour legend: hue, saturation, value and alpha ranges, the
 /// span of values spread over the table, a linear (1) or base-10 logarithmic
@@ -11,3 +13,5 @@ void configure(vtkLookupTable* lut, float hueMin, float hueMax, float saturation
                float saturationMax, float valueMin, float valueMax, float alphaMin, float alphaMax,
                float rangeMin, float rangeMax, int scale, int ramp);
 } // namespace ColourTable
+
+} // namespace Orlavex

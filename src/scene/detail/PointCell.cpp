@@ -6,6 +6,8 @@
 #include <vtkPoints.h>
 #include <vtkPolyData.h>
 
+namespace Orlavex {
+
 namespace PointCell {
 
 void insert(vtkPoints* points, int count, const float* pts) {
@@ -47,3 +49,5 @@ void rebuild(vtkCell* cell, vtkCellArray* cells, vtkPolyData* polyData, int coun
 }
 
 } // namespace PointCell
+
+} // namespace Orlavex

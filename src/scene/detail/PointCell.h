@@ -5,6 +5,8 @@ class vtkCellArray;
 class vtkPoints;
 class vtkPolyData;
 
+namespace Orlavex {
+
 /// The point and cell work that Line and PolygonC share: both draw one cell
 /// through `count` points given as 3·count floats (x, y, z per point).
 namespace PointCell {
@@ -18,3 +20,5 @@ void resize(vtkPoints* points, int count);
 /// (an empty cell would still count as a line or polygon).
 void rebuild(vtkCell* cell, vtkCellArray* cells, vtkPolyData* polyData, int count);
 } // namespace PointCell
+
+} // namespace Orlavex
