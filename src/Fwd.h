@@ -8,6 +8,7 @@ class LogStream;
 class SceneLock;
 class SendClass;
 class CommThread;
+struct CycleStats;
 class SocketClass;
 class Arrow;
 class Cone;

@@ -13,6 +13,7 @@ using Orlavex::LogStream;
 using Orlavex::SceneLock;
 using Orlavex::SendClass;
 using Orlavex::CommThread;
+using Orlavex::CycleStats;
 using Orlavex::SocketClass;
 using Orlavex::Arrow;
 using Orlavex::Cone;

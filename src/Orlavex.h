@@ -10,6 +10,7 @@
 #include <Orlavex/common/SendClass.h>
 
 #include <Orlavex/link/CommThread.h>
+#include <Orlavex/link/CycleStats.h>
 #include <Orlavex/link/SocketClass.h>
 
 #include <Orlavex/scene/Arrow.h>

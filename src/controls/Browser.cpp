@@ -14,7 +14,9 @@ Browser::Browser(QWidget* parent) : QWebEngineView(parent) {}
 Browser::~Browser() = default;
 
 void Browser::settingURL(const char* text) {
-    address = text ? text : "";
+    // A copy: the text is read at the main window's first render pass, by
+    // which time a caller's temporary buffer may be gone.
+    address = QByteArray(text ? text : "");
     setUrl(startPage());
     show();
 }

@@ -2,6 +2,7 @@
 
 #include <Orlavex/orlavex_export.h>
 
+#include <QByteArray>
 #include <QUrl>
 #include <QWebEngineView>
 
@@ -21,12 +22,12 @@ public:
     explicit Browser(QWidget* parent = nullptr);
     ~Browser() override;
 
-    /// Keeps `url` (8-bit text, not copied: it must stay alive until the main
-    /// window's first render pass; null is the empty text), loads the start
-    /// page and shows the view.
+    /// Keeps a copy of `url` (8-bit text; null is the empty text), loads the
+    /// start page and shows the view. The caller's text may go at once.
     void settingURL(const char* url);
-    /// The text given to the last `settingURL`; the empty text before.
-    const char* getURL() const { return address; }
+    /// The text given to the last `settingURL`; the empty text before. Valid
+    /// until the next `settingURL` or the browser's end.
+    const char* getURL() const { return address.constData(); }
 
     /// The page that `settingURL` shows in every browser from now on. An empty
     /// URL brings back the built-in page. GUI thread only.
@@ -36,7 +37,7 @@ public:
     static QUrl builtInStartPage();
 
 private:
-    const char* address = "";
+    QByteArray address;
 };
 
 } // namespace Orlavex

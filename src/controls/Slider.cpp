@@ -6,7 +6,7 @@
 namespace Orlavex {
 
 Slider::Slider(Qt::Orientation orientation, const QString& title, QWidget* parent)
-    : QGroupBox(title, parent), slider(new QSlider(orientation)) {
+    : QGroupBox(title, parent), slider(new QSlider(orientation, this)) {
     slider->setFocusPolicy(Qt::StrongFocus);
     slider->setTickPosition(QSlider::TicksBothSides);
     slider->setTickInterval(10);

@@ -30,7 +30,7 @@ public slots:
     void invertKeyBindings(bool invert);
 
 private:
-    QSlider* slider;
+    QSlider* const slider; // a child of the box
     int value = 0;
 };
 

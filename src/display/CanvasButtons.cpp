@@ -8,9 +8,12 @@
 namespace Orlavex {
 
 CanvasButtons::CanvasButtons(QWidget* parent)
-    : Panel(parent), canvas(new Canvas), renderer(canvas->renderer), saveButton(new QPushButton),
-      restoreButton(new QPushButton), restoreInitialButton(new QPushButton) {
-    auto* row = new QWidget;
+    : Panel(parent), canvas(new Canvas(this)), renderer(canvas->renderer),
+      saveButton(new QPushButton(this)), restoreButton(new QPushButton(this)),
+      restoreInitialButton(new QPushButton(this)) {
+    // Every widget is the panel's child from the start; the layouts below
+    // only move the buttons into their row.
+    auto* row = new QWidget(this);
     auto* grid = new QGridLayout;
     setLayoutPolicy("VBox");
     addWidget(row);

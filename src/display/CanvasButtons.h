@@ -17,9 +17,11 @@ public:
     explicit CanvasButtons(QWidget* parent = nullptr);
     ~CanvasButtons() override;
 
+    /// The 3-D view, a child widget of the panel.
     Canvas* const canvas;
     /// The canvas's renderer, for scene objects and the link thread.
     vtkRenderer* const renderer;
+    /// The buttons, child widgets of the panel in the row above the canvas.
     QPushButton* const saveButton;
     QPushButton* const restoreButton;
     QPushButton* const restoreInitialButton;

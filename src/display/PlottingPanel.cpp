@@ -10,8 +10,10 @@
 namespace Orlavex {
 
 PlottingPanel::PlottingPanel(QWidget* parent)
-    : QVTKOpenGLNativeWidget(parent), renderer(vtkRenderer::New()),
-      plotActor(vtkXYPlotActor::New()), textProperty(vtkTextProperty::New()) {
+    : QVTKOpenGLNativeWidget(parent), m_renderer(vtkSmartPointer<vtkRenderer>::New()),
+      m_plotActor(vtkSmartPointer<vtkXYPlotActor>::New()),
+      m_textProperty(vtkSmartPointer<vtkTextProperty>::New()), renderer(m_renderer),
+      plotActor(m_plotActor), textProperty(m_textProperty) {
     vtkNew<vtkGenericOpenGLRenderWindow> window;
     setRenderWindow(window);
     renderWindow()->AddRenderer(renderer);
@@ -47,11 +49,7 @@ PlottingPanel::PlottingPanel(QWidget* parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 }
 
-PlottingPanel::~PlottingPanel() {
-    renderer->Delete();
-    textProperty->Delete();
-    plotActor->Delete();
-}
+PlottingPanel::~PlottingPanel() = default;
 
 int PlottingPanel::addTrail(vtkDataObject* data) {
     if (!data)

@@ -3,6 +3,7 @@
 #include <Orlavex/orlavex_export.h>
 
 #include <QVTKOpenGLNativeWidget.h>
+#include <vtkSmartPointer.h>
 
 class vtkDataObject;
 class vtkRenderer;
@@ -19,6 +20,12 @@ namespace Orlavex {
 /// put `plotActor` on `renderer` (`renderer->AddActor(plotActor)`).
 class ORLAVEX_EXPORT PlottingPanel : public QVTKOpenGLNativeWidget {
     Q_OBJECT
+    // The panel's references. Declared first: the public pointers below are
+    // initialised from them.
+    vtkSmartPointer<vtkRenderer> m_renderer;
+    vtkSmartPointer<vtkXYPlotActor> m_plotActor;
+    vtkSmartPointer<vtkTextProperty> m_textProperty;
+
 public:
     explicit PlottingPanel(QWidget* parent = nullptr);
     ~PlottingPanel() override;

@@ -9,15 +9,22 @@
 namespace Orlavex {
 
 PlottingPanelQwt::PlottingPanelQwt(QWidget* parent)
-    : QwtPlot(parent), zoomer(new QwtPlotZoomer(canvas(), true)), plotLegend(new QwtLegend) {
+    : QwtPlot(parent), zoomer(new QwtPlotZoomer(canvas(), true)) {
     zoomer->setTrackerMode(QwtPicker::AlwaysOff);
     zoomer->setMaxStackDepth(10);
+    ensureLegend();
 }
 
-PlottingPanelQwt::~PlottingPanelQwt() {
-    // Never shown, the legend has no parent to delete it.
-    if (plotLegend && !plotLegend->parent())
-        delete plotLegend;
+PlottingPanelQwt::~PlottingPanelQwt() = default;
+
+bool PlottingPanelQwt::ensureLegend() {
+    if (plotLegend)
+        return false;
+    plotLegend = new QwtLegend(this);
+    // Explicitly hidden, so that showing the panel does not show it too; the
+    // plot shows it once it is inserted and has entries.
+    plotLegend->hide();
+    return true;
 }
 
 void PlottingPanelQwt::insertLeg(bool show, const char* position) {
@@ -31,11 +38,8 @@ void PlottingPanelQwt::insertLeg(bool show, const char* position) {
         where = LeftLegend;
     else if (text == QLatin1String("BottomLegend"))
         where = BottomLegend;
-    if (!plotLegend) {
-        plotLegend = new QwtLegend;
-        if (legendMadeCheckable)
-            makeLegendCheckable();
-    }
+    if (ensureLegend() && legendMadeCheckable)
+        makeLegendCheckable();
     insertLegend(plotLegend, where, -1.0);
 }
 
@@ -44,8 +48,7 @@ void PlottingPanelQwt::setCheckableLegend(bool on) {
     if (!on)
         return;
     legendMadeCheckable = true;
-    if (!plotLegend)
-        plotLegend = new QwtLegend;
+    ensureLegend();
     makeLegendCheckable();
 }
 

@@ -35,6 +35,7 @@ public:
     void setAutoscaley(bool on) { autoscaley = on; }
     bool getAutoscaley() const { return autoscaley; }
 
+    /// The zoomer on the plot's canvas, which owns it.
     QwtPlotZoomer* getZoomer() const { return zoomer; }
     /// The legend that `insertLeg` shows.
     QwtLegend* getLegend() const { return plotLegend; }
@@ -48,10 +49,14 @@ private slots:
 private:
     void showCurve(QwtPlotItem* item, bool on);
     void makeLegendCheckable();
+    /// Makes a legend when there is none (never made, or deleted by the
+    /// plot); true when it did.
+    bool ensureLegend();
 
-    QwtPlotZoomer* zoomer;
-    // Shown legends belong to the plot, which replaces them on a direct
-    // QwtPlot::insertLegend; hence the guard.
+    QwtPlotZoomer* const zoomer;
+    // A child of the panel from the start, hidden until `insertLeg` shows it.
+    // The plot deletes it when a direct QwtPlot::insertLegend replaces it;
+    // hence the guard.
     QPointer<QwtLegend> plotLegend;
     bool checkableLegend = true;
     bool autoscalex = true;

@@ -13,11 +13,12 @@ constexpr int kMaxPoints = 500;
 }
 
 struct TrailQwt::Shared {
-    Curve* curve = nullptr;
-    QwtSymbol* symbol = nullptr;
-    QPointer<PlottingPanelQwt> plot;
     QVector<double> x;
     QVector<double> y;
+    QPointer<PlottingPanelQwt> plot;
+    /// Null once the plot it was attached to has deleted it.
+    std::unique_ptr<Curve> curve;
+    QwtSymbol* symbol = nullptr; // owned by the curve
 
     ~Shared();
 };
@@ -29,25 +30,29 @@ public:
     Curve(const QString& title, Shared* owner) : QwtPlotCurve(title), owner(owner) {}
     ~Curve() override {
         if (owner) {
-            owner->curve = nullptr;
+            // Already being deleted by the plot: the trail only lets go.
+            (void)owner->curve.release();
             owner->symbol = nullptr; // the curve owns its symbol
         }
     }
     Shared* owner;
 };
 
+// Written out so that the curve does not report its end into the pointer
+// that is deleting it, and goes while the buffers it draws from still exist
+// (deleting it detaches it from its plot).
 TrailQwt::Shared::~Shared() {
     if (curve) {
         curve->owner = nullptr;
-        delete curve; // detaches it from its plot before the buffers go
+        curve.reset();
     }
 }
 
 TrailQwt::TrailQwt(const QString& title) : d(std::make_shared<Shared>()) {
-    d->curve = new Curve(title, d.get());
+    d->curve = std::make_unique<Curve>(title, d.get());
     d->symbol = new QwtSymbol(QwtSymbol::NoSymbol);
     d->symbol->setSize(5, 5);
-    d->curve->setSymbol(d->symbol);
+    d->curve->setSymbol(d->symbol); // the curve takes ownership
 }
 
 TrailQwt::~TrailQwt() = default;
@@ -74,7 +79,7 @@ int TrailQwt::getNStored() const {
 }
 
 QwtPlotCurve* TrailQwt::getCurve() const {
-    return d->curve;
+    return d->curve.get();
 }
 
 QwtSymbol* TrailQwt::getSymbol() const {
@@ -86,23 +91,29 @@ PlottingPanelQwt* TrailQwt::getPlot() const {
 }
 
 void TrailQwt::insertXY(QVector<double>* points) {
+    if (points)
+        insertXY(points->constData(), points->size());
+}
+
+void TrailQwt::insertXY(const double* points, int count) {
     if (!points)
         return;
+    count = qMax(count, 0);
     if (nReceivedPoints != 1) {
         // A negative batch size holds no points: the curve becomes empty. A
         // batch shorter than its size says cannot be split into its x and y
         // blocks and is dropped, leaving the curve as it was.
         const int n = qMax(nReceivedPoints, 0);
-        if (points->size() < 2 * qint64(n))
+        if (count < 2 * qint64(n))
             return;
         if (d->curve)
-            d->curve->setSamples(points->constData(), points->constData() + n, n);
+            d->curve->setSamples(points, points + n, n);
         return;
     }
-    if (points->size() < 2)
+    if (count < 2)
         return;
-    const double x = points->at(0);
-    const double y = points->at(1);
+    const double x = points[0];
+    const double y = points[1];
 
     if (nSkip > 0)
         skipPhase = int((qint64(skipPhase) + 1) % (qint64(nSkip) + 1));

@@ -37,8 +37,11 @@ public:
     void attachToPlot(PlottingPanelQwt* p);
     /// Takes one batch: in append mode x = element 0, y = element 1; in
     /// replace mode n x values followed by n y values. The vector is only
-    /// read during the call. GUI thread only.
+    /// read during the call; null takes no batch. GUI thread only.
     void insertXY(QVector<double>* points);
+    /// The same for a batch of `count` values at `points` (a negative count
+    /// holds none), only read during the call; null takes no batch.
+    void insertXY(const double* points, int count);
 
     int getNMaxPoints() const { return nMaxPoints; }
     /// Stores n when 1 <= n <= 500, otherwise 500.

@@ -6,7 +6,9 @@
 
 namespace Orlavex {
 
-Arrow::Arrow() : source(vtkArrowSource::New()) {
+Arrow::Arrow()
+    : source(vtkSmartPointer<vtkArrowSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
     // The arrow's output exists before anything asks for it, so that its
     // bounds can be read before the first render.
     source->Update();
@@ -16,36 +18,18 @@ Arrow::Arrow() : source(vtkArrowSource::New()) {
     tipLength = source->GetTipLength();
     tipRadius = source->GetTipRadius();
     shaftRadius = source->GetShaftRadius();
-    mapper = vtkPolyDataMapper::New();
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+    drawOutputOf(source, mapper);
 }
 
-Arrow::Arrow(const Arrow& other)
-    : DrawableSource(other), source(other.source), tipResolution(other.tipResolution),
-      mapper(other.mapper), shaftResolution(other.shaftResolution), tipLength(other.tipLength),
-      tipRadius(other.tipRadius), shaftRadius(other.shaftRadius) {
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+Arrow::Arrow(const Arrow& other) = default;
+Arrow& Arrow::operator=(const Arrow& other) = default;
+Arrow::~Arrow() = default;
 
-Arrow& Arrow::operator=(const Arrow& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        tipResolution = other.tipResolution;
-        shareReference(mapper, other.mapper);
-        shaftResolution = other.shaftResolution;
-        tipLength = other.tipLength;
-        tipRadius = other.tipRadius;
-        shaftRadius = other.shaftRadius;
-    }
-    return *this;
+vtkArrowSource* Arrow::getSource() const {
+    return source;
 }
-
-Arrow::~Arrow() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* Arrow::getMapper() const {
+    return mapper;
 }
 
 void Arrow::setTipLength(double l) {

@@ -26,8 +26,8 @@ public:
     void setShaftRadius(double r);
     void setShaftResolution(int n);
 
-    vtkArrowSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkArrowSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
     /// Values last given to the setters; until a setter is called they read
     /// the source's own defaults.
@@ -38,9 +38,9 @@ public:
     double getShaftRadius() const { return shaftRadius; }
 
 private:
-    vtkArrowSource* source = nullptr;
+    vtkSmartPointer<vtkArrowSource> source;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
     int tipResolution = 0;
-    vtkPolyDataMapper* mapper = nullptr;
     int shaftResolution = 0;
     double tipLength = 0, tipRadius = 0, shaftRadius = 0;
 };

@@ -1,42 +1,29 @@
 #include <Orlavex/scene/Cone.h>
 
+#include "detail/AxialSource.h"
+
 #include <vtkActor.h>
 #include <vtkConeSource.h>
 #include <vtkPolyDataMapper.h>
 
 namespace Orlavex {
 
-Cone::Cone() : source(vtkConeSource::New()), mapper(vtkPolyDataMapper::New()) {
-    // The recording fields start at the source's defaults, read back from it.
-    height = source->GetHeight();
-    radius = source->GetRadius();
-    resolution = source->GetResolution();
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+Cone::Cone()
+    : source(vtkSmartPointer<vtkConeSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
+    AxialSource::recordDefaults(source.Get(), height, radius, resolution);
+    drawOutputOf(source, mapper);
 }
 
-Cone::Cone(const Cone& other)
-    : DrawableSource(other), source(other.source), height(other.height), radius(other.radius),
-      resolution(other.resolution), mapper(other.mapper) {
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+Cone::Cone(const Cone& other) = default;
+Cone& Cone::operator=(const Cone& other) = default;
+Cone::~Cone() = default;
 
-Cone& Cone::operator=(const Cone& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        height = other.height;
-        radius = other.radius;
-        resolution = other.resolution;
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkConeSource* Cone::getSource() const {
+    return source;
 }
-
-Cone::~Cone() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* Cone::getMapper() const {
+    return mapper;
 }
 
 void Cone::setHeight(double h) {

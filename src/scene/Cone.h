@@ -26,8 +26,8 @@ public:
     /// 0 leaves the base open.
     void setCapping(int on);
 
-    vtkConeSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkConeSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
     /// Values last given to the setters; until a setter is called they read
     /// the source's own defaults.
@@ -37,10 +37,10 @@ public:
     double getResolution() const { return resolution; }
 
 private:
-    vtkConeSource* source = nullptr;
+    vtkSmartPointer<vtkConeSource> source;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
     double height = 0, radius = 0;
     double resolution = 0;
-    vtkPolyDataMapper* mapper = nullptr;
 };
 
 } // namespace Orlavex

@@ -1,47 +1,31 @@
 #include <Orlavex/scene/Cube.h>
 
-#include <algorithm>
-
 #include <vtkActor.h>
 #include <vtkCubeSource.h>
 #include <vtkPolyDataMapper.h>
 
 namespace Orlavex {
 
-Cube::Cube() : source(vtkCubeSource::New()), mapper(vtkPolyDataMapper::New()) {
+Cube::Cube()
+    : source(vtkSmartPointer<vtkCubeSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
     // The recording fields start at the source's defaults, read back from it.
     source->GetCenter(center);
     xLength = source->GetXLength();
     yLength = source->GetYLength();
     zLength = source->GetZLength();
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+    drawOutputOf(source, mapper);
 }
 
-Cube::Cube(const Cube& other)
-    : DrawableSource(other), source(other.source), xLength(other.xLength), yLength(other.yLength),
-      zLength(other.zLength), mapper(other.mapper) {
-    std::copy(other.center, other.center + 3, center);
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+Cube::Cube(const Cube& other) = default;
+Cube& Cube::operator=(const Cube& other) = default;
+Cube::~Cube() = default;
 
-Cube& Cube::operator=(const Cube& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        std::copy(other.center, other.center + 3, center);
-        xLength = other.xLength;
-        yLength = other.yLength;
-        zLength = other.zLength;
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkCubeSource* Cube::getSource() const {
+    return source;
 }
-
-Cube::~Cube() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* Cube::getMapper() const {
+    return mapper;
 }
 
 void Cube::setXLength(double l) {

@@ -23,8 +23,8 @@ public:
     void setZLength(double l);
     void setCenter(double x, double y, double z);
 
-    vtkCubeSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkCubeSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
     /// Values last given to the setters; until a setter is called they read
     /// the source's own defaults.
@@ -34,10 +34,10 @@ public:
     double getZLength() const { return zLength; }
 
 private:
-    vtkCubeSource* source = nullptr;
+    vtkSmartPointer<vtkCubeSource> source;
     double center[3] = {0, 0, 0};
     double xLength = 0, yLength = 0, zLength = 0;
-    vtkPolyDataMapper* mapper = nullptr;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
 };
 
 } // namespace Orlavex

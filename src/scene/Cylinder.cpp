@@ -1,6 +1,6 @@
 #include <Orlavex/scene/Cylinder.h>
 
-#include <algorithm>
+#include "detail/AxialSource.h"
 
 #include <vtkActor.h>
 #include <vtkCylinderSource.h>
@@ -8,40 +8,23 @@
 
 namespace Orlavex {
 
-Cylinder::Cylinder() : source(vtkCylinderSource::New()), mapper(vtkPolyDataMapper::New()) {
-    // The recording fields start at the source's defaults, read back from it.
+Cylinder::Cylinder()
+    : source(vtkSmartPointer<vtkCylinderSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
     source->GetCenter(center);
-    radius = source->GetRadius();
-    height = source->GetHeight();
-    resolution = source->GetResolution();
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+    AxialSource::recordDefaults(source.Get(), height, radius, resolution);
+    drawOutputOf(source, mapper);
 }
 
-Cylinder::Cylinder(const Cylinder& other)
-    : DrawableSource(other), source(other.source), radius(other.radius), height(other.height),
-      resolution(other.resolution), mapper(other.mapper) {
-    std::copy(other.center, other.center + 3, center);
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+Cylinder::Cylinder(const Cylinder& other) = default;
+Cylinder& Cylinder::operator=(const Cylinder& other) = default;
+Cylinder::~Cylinder() = default;
 
-Cylinder& Cylinder::operator=(const Cylinder& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        std::copy(other.center, other.center + 3, center);
-        radius = other.radius;
-        height = other.height;
-        resolution = other.resolution;
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkCylinderSource* Cylinder::getSource() const {
+    return source;
 }
-
-Cylinder::~Cylinder() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* Cylinder::getMapper() const {
+    return mapper;
 }
 
 void Cylinder::setHeight(double h) {

@@ -26,8 +26,8 @@ public:
     /// 0 leaves both ends open.
     void setCapping(int on);
 
-    vtkCylinderSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkCylinderSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
     /// Values last given to the setters; until a setter is called they read
     /// the source's own defaults.
@@ -37,11 +37,11 @@ public:
     int getResolution() const { return resolution; }
 
 private:
-    vtkCylinderSource* source = nullptr;
+    vtkSmartPointer<vtkCylinderSource> source;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
     double center[3] = {0, 0, 0};
     double radius = 0, height = 0;
     int resolution = 0;
-    vtkPolyDataMapper* mapper = nullptr;
 };
 
 } // namespace Orlavex

@@ -6,29 +6,21 @@
 
 namespace Orlavex {
 
-DiskSource::DiskSource() : source(vtkDiskSource::New()), mapper(vtkPolyDataMapper::New()) {
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+DiskSource::DiskSource()
+    : source(vtkSmartPointer<vtkDiskSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
+    drawOutputOf(source, mapper);
 }
 
-DiskSource::DiskSource(const DiskSource& other)
-    : DrawableSource(other), source(other.source), mapper(other.mapper) {
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+DiskSource::DiskSource(const DiskSource& other) = default;
+DiskSource& DiskSource::operator=(const DiskSource& other) = default;
+DiskSource::~DiskSource() = default;
 
-DiskSource& DiskSource::operator=(const DiskSource& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkDiskSource* DiskSource::getSource() const {
+    return source;
 }
-
-DiskSource::~DiskSource() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* DiskSource::getMapper() const {
+    return mapper;
 }
 
 void DiskSource::setInnerRadius(double r) {

@@ -25,12 +25,12 @@ public:
     /// Number of sectors around the centre.
     void setCircumferentialResolution(int n);
 
-    vtkDiskSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkDiskSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
 private:
-    vtkDiskSource* source = nullptr;
-    vtkPolyDataMapper* mapper = nullptr;
+    vtkSmartPointer<vtkDiskSource> source;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
 };
 
 } // namespace Orlavex

@@ -4,26 +4,19 @@
 
 namespace Orlavex {
 
-DrawableI::DrawableI(const DrawableI& other) : Drawable(other), renderer(other.renderer) {
-    if (renderer)
-        renderer->Register(nullptr);
-}
-
-DrawableI& DrawableI::operator=(const DrawableI& other) {
-    if (this != &other) {
-        Drawable::operator=(other);
-        setRenderer(other.renderer);
-    }
-    return *this;
-}
-
-DrawableI::~DrawableI() {
-    if (renderer)
-        renderer->Delete();
-}
+// Out of line, as everything that touches the smart pointers: their
+// conversions need the complete VTK types, which the header only names.
+DrawableI::DrawableI() = default;
+DrawableI::DrawableI(const DrawableI& other) = default;
+DrawableI& DrawableI::operator=(const DrawableI& other) = default;
+DrawableI::~DrawableI() = default;
 
 void DrawableI::setRenderer(vtkRenderer* r) {
-    shareReference(renderer, r);
+    renderer = r;
+}
+
+vtkRenderer* DrawableI::getRenderer() const {
+    return renderer;
 }
 
 } // namespace Orlavex

@@ -1,47 +1,39 @@
 #include "DrawableSource.h"
 
 #include <vtkActor.h>
+#include <vtkAlgorithm.h>
+#include <vtkPolyDataMapper.h>
 #include <vtkProperty.h>
 #include <vtkRenderer.h>
 
 namespace Orlavex {
 
-DrawableSource::DrawableSource() : actor(vtkActor::New()), property(vtkProperty::New()) {
+DrawableSource::DrawableSource()
+    : actor(vtkSmartPointer<vtkActor>::New()), property(vtkSmartPointer<vtkProperty>::New()) {
     actor->SetProperty(property);
 }
 
-DrawableSource::DrawableSource(const DrawableSource& other)
-    : DrawableI(other), actor(other.actor), property(other.property), rotationX(other.rotationX),
-      rotationY(other.rotationY), rotationZ(other.rotationZ), scaleX(other.scaleX),
-      scaleY(other.scaleY), scaleZ(other.scaleZ) {
-    actor->Register(nullptr);
-    property->Register(nullptr);
-}
+DrawableSource::DrawableSource(const DrawableSource& other) = default;
+DrawableSource& DrawableSource::operator=(const DrawableSource& other) = default;
+DrawableSource::~DrawableSource() = default;
 
-DrawableSource& DrawableSource::operator=(const DrawableSource& other) {
-    if (this != &other) {
-        DrawableI::operator=(other);
-        adopt(other.actor, other.property);
-        rotationX = other.rotationX;
-        rotationY = other.rotationY;
-        rotationZ = other.rotationZ;
-        scaleX = other.scaleX;
-        scaleY = other.scaleY;
-        scaleZ = other.scaleZ;
-    }
-    return *this;
+vtkActor* DrawableSource::getActor() const {
+    return actor;
 }
-
-DrawableSource::~DrawableSource() {
-    actor->Delete();
-    property->Delete();
+vtkProperty* DrawableSource::getProperty() const {
+    return property;
 }
 
 void DrawableSource::adopt(vtkActor* newActor, vtkProperty* newProperty) {
     if (newActor)
-        shareReference(actor, newActor);
+        actor = newActor;
     if (newProperty)
-        shareReference(property, newProperty);
+        property = newProperty;
+}
+
+void DrawableSource::drawOutputOf(vtkAlgorithm* source, vtkPolyDataMapper* mapper) {
+    actor->SetMapper(mapper);
+    mapper->SetInputConnection(source->GetOutputPort(0));
 }
 
 void DrawableSource::paint() {

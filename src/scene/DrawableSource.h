@@ -3,6 +3,8 @@
 #include <Orlavex/scene/DrawableI.h>
 
 class vtkActor;
+class vtkAlgorithm;
+class vtkPolyDataMapper;
 class vtkProperty;
 
 namespace Orlavex {
@@ -46,8 +48,8 @@ public:
     void rotateY(double a);
     void rotateZ(double a);
 
-    vtkActor* getActor() const { return actor; }
-    vtkProperty* getProperty() const { return property; }
+    vtkActor* getActor() const;
+    vtkProperty* getProperty() const;
     /// The angles and factors last given to the rotate and scale setters.
     /// Before the first call the angles read 0 and the factors 1, the actor's
     /// own initial state.
@@ -63,9 +65,12 @@ protected:
     /// importer does when it adopts the actor of its file. A null argument
     /// keeps the object held, so the setters never meet a null actor.
     void adopt(vtkActor* newActor, vtkProperty* newProperty);
+    /// Makes the actor draw `source`'s output through `mapper`: the wiring
+    /// that every solid fed by a VTK source repeats.
+    void drawOutputOf(vtkAlgorithm* source, vtkPolyDataMapper* mapper);
 
-    vtkActor* actor = nullptr;
-    vtkProperty* property = nullptr;
+    vtkSmartPointer<vtkActor> actor;
+    vtkSmartPointer<vtkProperty> property;
     double rotationX = 0, rotationY = 0, rotationZ = 0;
     double scaleX = 1, scaleY = 1, scaleZ = 1;
 };

@@ -264,36 +264,15 @@ File3DSImporter::File3DSImporter(const char* fileName) {
     import(fileName);
 }
 
-File3DSImporter::File3DSImporter(const File3DSImporter& other)
-    : DrawableSource(other), importer(other.importer), actors(other.actors) {
-    if (importer)
-        importer->Register(nullptr);
-    if (actors)
-        actors->Register(nullptr);
-}
+File3DSImporter::File3DSImporter(const File3DSImporter& other) = default;
+File3DSImporter& File3DSImporter::operator=(const File3DSImporter& other) = default;
+File3DSImporter::~File3DSImporter() = default;
 
-File3DSImporter& File3DSImporter::operator=(const File3DSImporter& other) {
-    if (this == &other)
-        return *this;
-    DrawableSource::operator=(other);
-    if (other.importer)
-        other.importer->Register(nullptr);
-    if (other.actors)
-        other.actors->Register(nullptr);
-    if (actors)
-        actors->Delete();
-    if (importer)
-        importer->Delete();
-    importer = other.importer;
-    actors = other.actors;
-    return *this;
+vtk3DSImporter* File3DSImporter::getImporter() const {
+    return importer;
 }
-
-File3DSImporter::~File3DSImporter() {
-    if (actors)
-        actors->Delete();
-    if (importer)
-        importer->Delete();
+vtkActorCollection* File3DSImporter::getActors() const {
+    return actors;
 }
 
 void File3DSImporter::setFileName(const char* fileName) {
@@ -304,12 +283,8 @@ void File3DSImporter::import(const char* fileName) {
     // Every read gets a fresh importer: VTK's 3DS importer keeps the meshes
     // of earlier reads and would add them again, so the actor added last
     // could belong to the previous file.
-    if (actors)
-        actors->Delete();
     actors = nullptr;
-    if (importer)
-        importer->Delete();
-    importer = vtk3DSImporter::New();
+    importer = vtkSmartPointer<vtk3DSImporter>::New();
 
     const QString name = fileName ? QString::fromUtf8(fileName) : QString();
     const QFileInfo info(name);
@@ -339,10 +314,8 @@ void File3DSImporter::import(const char* fileName) {
         importer->Read();
         importer->RemoveObserver(observer);
 
-        if (vtkRenderer* sceneRenderer = importer->GetRenderer()) {
+        if (vtkRenderer* sceneRenderer = importer->GetRenderer())
             actors = sceneRenderer->GetActors();
-            actors->Register(nullptr);
-        }
         vtkActor* last = actors ? actors->GetLastActor() : nullptr;
         if (last) {
             adopt(last, last->GetProperty());
@@ -357,12 +330,10 @@ void File3DSImporter::import(const char* fileName) {
 
     // Nothing to adopt: an empty actor of our own keeps paint and every
     // setter working, and shows nothing.
-    vtkActor* empty = vtkActor::New();
-    vtkProperty* emptyProperty = vtkProperty::New();
+    auto empty = vtkSmartPointer<vtkActor>::New();
+    auto emptyProperty = vtkSmartPointer<vtkProperty>::New();
     empty->SetProperty(emptyProperty);
     adopt(empty, emptyProperty);
-    empty->Delete();
-    emptyProperty->Delete();
     qWarning().noquote() << "File3DSImporter: cannot import" << name << "-" << problem;
 }
 

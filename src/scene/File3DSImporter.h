@@ -16,6 +16,10 @@ namespace Orlavex {
 /// A missing or unreadable file, or one without meshes, leaves an empty
 /// actor that draws nothing; the problem is reported once on the Qt debug
 /// stream. `paint` and every setter keep working on that actor.
+///
+/// A copy shares the importer, the mesh actors and the adopted actor; reading
+/// another file through one copy gives that copy a fresh importer and leaves
+/// the others as they were.
 class ORLAVEX_EXPORT File3DSImporter : public DrawableSource {
 public:
     explicit File3DSImporter(const char* fileName);
@@ -28,15 +32,16 @@ public:
     /// only after `paint` is called again.
     void setFileName(const char* fileName);
 
-    vtk3DSImporter* getImporter() const { return importer; }
-    /// The actors of every mesh of the file last read (empty when it had none).
-    vtkActorCollection* getActors() const { return actors; }
+    vtk3DSImporter* getImporter() const;
+    /// The actors of every mesh of the file last read: empty when it held
+    /// none, null when it could not be read.
+    vtkActorCollection* getActors() const;
 
 private:
     void import(const char* fileName);
 
-    vtk3DSImporter* importer = nullptr;
-    vtkActorCollection* actors = nullptr;
+    vtkSmartPointer<vtk3DSImporter> importer;
+    vtkSmartPointer<vtkActorCollection> actors;
 };
 
 } // namespace Orlavex

@@ -13,38 +13,22 @@ namespace Orlavex {
 HalfPipe::HalfPipe(float radiusMin, float radiusMax, float length, int angular, int radial,
                    int axial)
     : radiusMin(radiusMin), radiusMax(radiusMax), dimensions{angular, radial, axial},
-      length(length), grid(vtkStructuredGrid::New()) {
+      length(length), grid(vtkSmartPointer<vtkStructuredGrid>::New()),
+      mapper(vtkSmartPointer<vtkDataSetMapper>::New()) {
     applyDimensions();
-    mapper = vtkDataSetMapper::New();
     mapper->SetInputData(grid);
     actor->SetMapper(mapper);
 }
 
-HalfPipe::HalfPipe(const HalfPipe& other)
-    : DrawableSource(other), radiusMin(other.radiusMin),
-      radiusMax(other.radiusMax), dimensions{other.dimensions[0], other.dimensions[1],
-                                             other.dimensions[2]},
-      length(other.length), grid(other.grid), mapper(other.mapper) {
-    grid->Register(nullptr);
-    mapper->Register(nullptr);
-}
+HalfPipe::HalfPipe(const HalfPipe& other) = default;
+HalfPipe& HalfPipe::operator=(const HalfPipe& other) = default;
+HalfPipe::~HalfPipe() = default;
 
-HalfPipe& HalfPipe::operator=(const HalfPipe& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        radiusMin = other.radiusMin;
-        radiusMax = other.radiusMax;
-        std::copy(other.dimensions, other.dimensions + 3, dimensions);
-        length = other.length;
-        shareReference(grid, other.grid);
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkStructuredGrid* HalfPipe::getGrid() const {
+    return grid;
 }
-
-HalfPipe::~HalfPipe() {
-    grid->Delete();
-    mapper->Delete();
+vtkDataSetMapper* HalfPipe::getMapper() const {
+    return mapper;
 }
 
 void HalfPipe::paint() {
@@ -67,7 +51,7 @@ void HalfPipe::applyDimensions() {
 
 void HalfPipe::paintTube() {
     const int nTheta = dimensions[0], nR = dimensions[1], nZ = dimensions[2];
-    vtkPoints* points = vtkPoints::New();
+    auto points = vtkSmartPointer<vtkPoints>::New();
     if (buildable()) {
         // The mix of float and double arithmetic below is the pipe's defined
         // geometry: "simplifying" it moves points by an ulp. A count of 1
@@ -95,7 +79,6 @@ void HalfPipe::paintTube() {
         }
     }
     grid->SetPoints(points);
-    points->Delete();
 }
 
 void HalfPipe::setRadiusMin(float r) {

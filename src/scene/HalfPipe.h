@@ -51,8 +51,8 @@ public:
     float getLength() const { return length; }
     /// The angular, radial and axial counts, as given.
     const int* getDimensions() const { return dimensions; }
-    vtkStructuredGrid* getGrid() const { return grid; }
-    vtkDataSetMapper* getMapper() const { return mapper; }
+    vtkStructuredGrid* getGrid() const;
+    vtkDataSetMapper* getMapper() const;
 
     /// The largest grid that is built.
     static constexpr long long maxPoints = 1LL << 24;
@@ -66,8 +66,8 @@ private:
     float radiusMax = 0;
     int dimensions[3] = {0, 0, 0};
     float length = 0;
-    vtkStructuredGrid* grid = nullptr;
-    vtkDataSetMapper* mapper = nullptr;
+    vtkSmartPointer<vtkStructuredGrid> grid;
+    vtkSmartPointer<vtkDataSetMapper> mapper;
 };
 
 } // namespace Orlavex

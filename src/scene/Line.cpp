@@ -14,7 +14,7 @@
 
 namespace Orlavex {
 
-Line::Line(int n, float* pts)
+Line::Line(int n, const float* pts)
     : mapper(vtkSmartPointer<vtkPolyDataMapper>::New()), points(vtkSmartPointer<vtkPoints>::New()),
       cell(vtkSmartPointer<vtkLine>::New()), cells(vtkSmartPointer<vtkCellArray>::New()),
       polyData(vtkSmartPointer<vtkPolyData>::New()) {
@@ -44,7 +44,7 @@ vtkPolyDataMapper* Line::getMapper() const {
     return mapper;
 }
 
-void Line::setPoints(float* pts) {
+void Line::setPoints(const float* pts) {
     if (!pts)
         return;
     PointCell::insert(points, numberPoints, pts);

@@ -25,16 +25,17 @@ namespace Orlavex {
 /// reads nothing: the constructor then starts with every point at the origin.
 class ORLAVEX_EXPORT Line : public DrawableSource {
 public:
-    /// `pts` must hold at least 3n floats.
-    Line(int n, float* pts);
+    /// `pts` must hold at least 3n floats; it is only read.
+    Line(int n, const float* pts);
     Line(const Line& other);
     Line& operator=(const Line& other);
     ~Line() override;
 
     /// Sets the number of points drawn, which also bounds the next `setPoints`.
     void setNumberPoints(int n);
-    /// Overwrites the coordinates of every point from 3 × count floats.
-    void setPoints(float* pts);
+    /// Overwrites the coordinates of every point from 3 × count floats,
+    /// which are only read; null changes nothing.
+    void setPoints(const float* pts);
 
     int getNumberPoints() const { return numberPoints; }
     vtkPoints* getPoints() const;

@@ -38,46 +38,33 @@ int glyphRows(int n) {
 int gridDimension(int lines) {
     return std::max(lines, 0);
 }
-
-template <typename T> void take(T* object) {
-    if (object)
-        object->Register(nullptr);
-}
-
-template <typename T> void release(T*& object) {
-    if (object)
-        object->Delete();
-    object = nullptr;
-}
 } // namespace
 
 PlanarGrid::PlanarGrid(float x0, float y0, float z0, float lengthx, float lengthy, float lengthz,
-                       int nx, int ny, int nz, float* cellColors, float* vectorMagnitude,
-                       float hueMin, float hueMax, float saturationMin, float saturationMax,
-                       float valueMin, float valueMax, float alphaMin, float alphaMax,
-                       float rangeMin, float rangeMax, int scale, int ramp, int displayVectors)
+                       int nx, int ny, int nz, const float* cellColors,
+                       const float* vectorMagnitude, float hueMin, float hueMax,
+                       float saturationMin, float saturationMax, float valueMin, float valueMax,
+                       float alphaMin, float alphaMax, float rangeMin, float rangeMax, int scale,
+                       int ramp, int displayVectors)
     : lengthx(lengthx), lengthy(lengthy), lengthz(lengthz), x0(x0), y0(y0), z0(z0), nx(nx), ny(ny),
-      nz(nz) {
+      nz(nz), xCoordinates(vtkSmartPointer<vtkFloatArray>::New()),
+      yCoordinates(vtkSmartPointer<vtkFloatArray>::New()),
+      zCoordinates(vtkSmartPointer<vtkFloatArray>::New()),
+      scalars(vtkSmartPointer<vtkFloatArray>::New()),
+      magnitudes(vtkSmartPointer<vtkFloatArray>::New()),
+      vectors(vtkSmartPointer<vtkFloatArray>::New()),
+      cellLUT(vtkSmartPointer<vtkLookupTable>::New()),
+      vectorLUT(vtkSmartPointer<vtkLookupTable>::New()),
+      grid(vtkSmartPointer<vtkRectilinearGrid>::New()),
+      mapper(vtkSmartPointer<vtkDataSetMapper>::New()),
+      glyphPoints(vtkSmartPointer<vtkPoints>::New()),
+      glyphInput(vtkSmartPointer<vtkPolyData>::New()),
+      arrow(vtkSmartPointer<vtkArrowSource>::New()), glyph(vtkSmartPointer<vtkGlyph3D>::New()),
+      glyphMapper(vtkSmartPointer<vtkPolyDataMapper>::New()),
+      glyphActor(vtkSmartPointer<vtkActor>::New()) {
     cellNumber = int(cellFactor(nx) * cellFactor(ny) * cellFactor(nz));
     this->cellColors.assign(cellColors, cellColors + cellNumber);
     this->vectorMagnitude.assign(vectorMagnitude, vectorMagnitude + cellNumber);
-
-    xCoordinates = vtkFloatArray::New();
-    yCoordinates = vtkFloatArray::New();
-    zCoordinates = vtkFloatArray::New();
-    grid = vtkRectilinearGrid::New();
-    scalars = vtkFloatArray::New();
-    magnitudes = vtkFloatArray::New();
-    vectors = vtkFloatArray::New();
-    cellLUT = vtkLookupTable::New();
-    vectorLUT = vtkLookupTable::New();
-    mapper = vtkDataSetMapper::New();
-    glyph = vtkGlyph3D::New();
-    glyphMapper = vtkPolyDataMapper::New();
-    glyphActor = vtkActor::New();
-    arrow = vtkArrowSource::New();
-    glyphInput = vtkPolyData::New();
-    glyphPoints = vtkPoints::New();
 
     this->displayVectors = displayVectors;
 
@@ -148,104 +135,51 @@ PlanarGrid::PlanarGrid(float x0, float y0, float z0, float lengthx, float length
     }
 }
 
-PlanarGrid::PlanarGrid(const PlanarGrid& other)
-    : DrawableSource(other), lengthx(other.lengthx), lengthy(other.lengthy), lengthz(other.lengthz),
-      x0(other.x0), y0(other.y0), z0(other.z0), nx(other.nx), ny(other.ny), nz(other.nz),
-      cellNumber(other.cellNumber), dx(other.dx), dy(other.dy), dz(other.dz),
-      cellColors(other.cellColors), vectorMagnitude(other.vectorMagnitude), grid(other.grid),
-      cellLUT(other.cellLUT), vectorLUT(other.vectorLUT), scalars(other.scalars),
-      magnitudes(other.magnitudes), vectors(other.vectors), xCoordinates(other.xCoordinates),
-      yCoordinates(other.yCoordinates), zCoordinates(other.zCoordinates), mapper(other.mapper),
-      glyph(other.glyph), glyphMapper(other.glyphMapper), glyphActor(other.glyphActor),
-      arrow(other.arrow), glyphInput(other.glyphInput), glyphPoints(other.glyphPoints),
-      displayVectors(other.displayVectors), scaleVector(other.scaleVector) {
-    std::copy(other.cellPoints, other.cellPoints + 3, cellPoints);
-    takeReferences();
-}
+PlanarGrid::PlanarGrid(const PlanarGrid& other) = default;
+PlanarGrid& PlanarGrid::operator=(const PlanarGrid& other) = default;
+PlanarGrid::~PlanarGrid() = default;
 
-PlanarGrid& PlanarGrid::operator=(const PlanarGrid& other) {
-    if (this == &other)
-        return *this;
-    DrawableSource::operator=(other);
-    lengthx = other.lengthx;
-    lengthy = other.lengthy;
-    lengthz = other.lengthz;
-    x0 = other.x0;
-    y0 = other.y0;
-    z0 = other.z0;
-    nx = other.nx;
-    ny = other.ny;
-    nz = other.nz;
-    cellNumber = other.cellNumber;
-    dx = other.dx;
-    dy = other.dy;
-    dz = other.dz;
-    cellColors = other.cellColors;
-    vectorMagnitude = other.vectorMagnitude;
-    shareReference(grid, other.grid);
-    shareReference(cellLUT, other.cellLUT);
-    shareReference(vectorLUT, other.vectorLUT);
-    shareReference(scalars, other.scalars);
-    shareReference(magnitudes, other.magnitudes);
-    shareReference(vectors, other.vectors);
-    shareReference(xCoordinates, other.xCoordinates);
-    shareReference(yCoordinates, other.yCoordinates);
-    shareReference(zCoordinates, other.zCoordinates);
-    shareReference(mapper, other.mapper);
-    shareReference(glyph, other.glyph);
-    shareReference(glyphMapper, other.glyphMapper);
-    shareReference(glyphActor, other.glyphActor);
-    shareReference(arrow, other.arrow);
-    shareReference(glyphInput, other.glyphInput);
-    shareReference(glyphPoints, other.glyphPoints);
-    displayVectors = other.displayVectors;
-    std::copy(other.cellPoints, other.cellPoints + 3, cellPoints);
-    scaleVector = other.scaleVector;
-    return *this;
+vtkRectilinearGrid* PlanarGrid::getGrid() const {
+    return grid;
 }
-
-PlanarGrid::~PlanarGrid() {
-    releaseReferences();
+vtkFloatArray* PlanarGrid::getXCoordinates() const {
+    return xCoordinates;
 }
-
-void PlanarGrid::takeReferences() {
-    take(grid);
-    take(cellLUT);
-    take(vectorLUT);
-    take(scalars);
-    take(magnitudes);
-    take(vectors);
-    take(xCoordinates);
-    take(yCoordinates);
-    take(zCoordinates);
-    take(mapper);
-    take(glyph);
-    take(glyphMapper);
-    take(glyphActor);
-    take(arrow);
-    take(glyphInput);
-    take(glyphPoints);
+vtkFloatArray* PlanarGrid::getYCoordinates() const {
+    return yCoordinates;
 }
-
-void PlanarGrid::releaseReferences() {
-    // Consumers before what they consume, so no object outlives its last user
-    // only because of the order of these calls.
-    release(glyphActor);
-    release(glyphMapper);
-    release(glyph);
-    release(arrow);
-    release(glyphInput);
-    release(glyphPoints);
-    release(mapper);
-    release(grid);
-    release(cellLUT);
-    release(vectorLUT);
-    release(scalars);
-    release(magnitudes);
-    release(vectors);
-    release(xCoordinates);
-    release(yCoordinates);
-    release(zCoordinates);
+vtkFloatArray* PlanarGrid::getZCoordinates() const {
+    return zCoordinates;
+}
+vtkFloatArray* PlanarGrid::getScalars() const {
+    return scalars;
+}
+vtkFloatArray* PlanarGrid::getMagnitudes() const {
+    return magnitudes;
+}
+vtkFloatArray* PlanarGrid::getVectors() const {
+    return vectors;
+}
+vtkLookupTable* PlanarGrid::getCellLUT() const {
+    return cellLUT;
+}
+vtkLookupTable* PlanarGrid::getVectorLUT() const {
+    return vectorLUT;
+}
+vtkDataSetMapper* PlanarGrid::getMapper() const {
+    return mapper;
+}
+vtkGlyph3D* PlanarGrid::getGlyph() const {
+    return glyph;
+}
+vtkActor* PlanarGrid::getGlyphActor() const {
+    return glyphActor;
+}
+vtkPolyData* PlanarGrid::getGlyphInput() const {
+    return glyphInput;
+}
+vtkPoints* PlanarGrid::getGlyphPoints() const {
+    return glyphPoints;
 }
 
 void PlanarGrid::paint() {

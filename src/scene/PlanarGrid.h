@@ -42,7 +42,7 @@ public:
     /// cell colour table as `setCellLUT` does. A nonzero `displayVectors`
     /// creates the glyph layer, for the object's whole life.
     PlanarGrid(float x0, float y0, float z0, float lengthx, float lengthy, float lengthz, int nx,
-               int ny, int nz, float* cellColors, float* vectorMagnitude, float hueMin,
+               int ny, int nz, const float* cellColors, const float* vectorMagnitude, float hueMin,
                float hueMax, float saturationMin, float saturationMax, float valueMin,
                float valueMax, float alphaMin, float alphaMax, float rangeMin, float rangeMax,
                int scale, int ramp, int displayVectors);
@@ -123,20 +123,20 @@ public:
     const std::vector<float>& getStoredCellColors() const { return cellColors; }
     const std::vector<float>& getStoredVectorMagnitude() const { return vectorMagnitude; }
 
-    vtkRectilinearGrid* getGrid() const { return grid; }
-    vtkFloatArray* getXCoordinates() const { return xCoordinates; }
-    vtkFloatArray* getYCoordinates() const { return yCoordinates; }
-    vtkFloatArray* getZCoordinates() const { return zCoordinates; }
-    vtkFloatArray* getScalars() const { return scalars; }
-    vtkFloatArray* getMagnitudes() const { return magnitudes; }
-    vtkFloatArray* getVectors() const { return vectors; }
-    vtkLookupTable* getCellLUT() const { return cellLUT; }
-    vtkLookupTable* getVectorLUT() const { return vectorLUT; }
-    vtkDataSetMapper* getMapper() const { return mapper; }
-    vtkGlyph3D* getGlyph() const { return glyph; }
-    vtkActor* getGlyphActor() const { return glyphActor; }
-    vtkPolyData* getGlyphInput() const { return glyphInput; }
-    vtkPoints* getGlyphPoints() const { return glyphPoints; }
+    vtkRectilinearGrid* getGrid() const;
+    vtkFloatArray* getXCoordinates() const;
+    vtkFloatArray* getYCoordinates() const;
+    vtkFloatArray* getZCoordinates() const;
+    vtkFloatArray* getScalars() const;
+    vtkFloatArray* getMagnitudes() const;
+    vtkFloatArray* getVectors() const;
+    vtkLookupTable* getCellLUT() const;
+    vtkLookupTable* getVectorLUT() const;
+    vtkDataSetMapper* getMapper() const;
+    vtkGlyph3D* getGlyph() const;
+    vtkActor* getGlyphActor() const;
+    vtkPolyData* getGlyphInput() const;
+    vtkPoints* getGlyphPoints() const;
 
 private:
     static void fillCoordinates(vtkFloatArray* coordinates, int count, float spacing, float origin);
@@ -144,8 +144,6 @@ private:
     void setAxisLength(float L, float& length, int cells, float& spacing,
                        vtkFloatArray* coordinates, float origin, bool rebuildGlyphs = true);
     void buildGlyphPoints();
-    void takeReferences();
-    void releaseReferences();
 
     float lengthx, lengthy, lengthz;
     float x0, y0, z0;
@@ -154,22 +152,24 @@ private:
     float dx = 0, dy = 0, dz = 0;
     std::vector<float> cellColors;
     std::vector<float> vectorMagnitude;
-    vtkRectilinearGrid* grid = nullptr;
-    vtkLookupTable* cellLUT = nullptr;
-    vtkLookupTable* vectorLUT = nullptr;
-    vtkFloatArray* scalars = nullptr;
-    vtkFloatArray* magnitudes = nullptr;
-    vtkFloatArray* vectors = nullptr;
-    vtkFloatArray* xCoordinates = nullptr;
-    vtkFloatArray* yCoordinates = nullptr;
-    vtkFloatArray* zCoordinates = nullptr;
-    vtkDataSetMapper* mapper = nullptr;
-    vtkGlyph3D* glyph = nullptr;
-    vtkPolyDataMapper* glyphMapper = nullptr;
-    vtkActor* glyphActor = nullptr;
-    vtkArrowSource* arrow = nullptr;
-    vtkPolyData* glyphInput = nullptr;
-    vtkPoints* glyphPoints = nullptr;
+    // Declared before their consumers, so that a consumer lets go of what it
+    // reads before the object itself is released.
+    vtkSmartPointer<vtkFloatArray> xCoordinates;
+    vtkSmartPointer<vtkFloatArray> yCoordinates;
+    vtkSmartPointer<vtkFloatArray> zCoordinates;
+    vtkSmartPointer<vtkFloatArray> scalars;
+    vtkSmartPointer<vtkFloatArray> magnitudes;
+    vtkSmartPointer<vtkFloatArray> vectors;
+    vtkSmartPointer<vtkLookupTable> cellLUT;
+    vtkSmartPointer<vtkLookupTable> vectorLUT;
+    vtkSmartPointer<vtkRectilinearGrid> grid;
+    vtkSmartPointer<vtkDataSetMapper> mapper;
+    vtkSmartPointer<vtkPoints> glyphPoints;
+    vtkSmartPointer<vtkPolyData> glyphInput;
+    vtkSmartPointer<vtkArrowSource> arrow;
+    vtkSmartPointer<vtkGlyph3D> glyph;
+    vtkSmartPointer<vtkPolyDataMapper> glyphMapper;
+    vtkSmartPointer<vtkActor> glyphActor;
     int displayVectors = 0;
     float cellPoints[3] = {0.5f, 0.5f, 0.5f};
     float scaleVector = 1.0f;

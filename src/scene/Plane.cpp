@@ -6,29 +6,21 @@
 
 namespace Orlavex {
 
-Plane::Plane() : source(vtkPlaneSource::New()), mapper(vtkPolyDataMapper::New()) {
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+Plane::Plane()
+    : source(vtkSmartPointer<vtkPlaneSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
+    drawOutputOf(source, mapper);
 }
 
-Plane::Plane(const Plane& other)
-    : DrawableSource(other), source(other.source), mapper(other.mapper) {
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+Plane::Plane(const Plane& other) = default;
+Plane& Plane::operator=(const Plane& other) = default;
+Plane::~Plane() = default;
 
-Plane& Plane::operator=(const Plane& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkPlaneSource* Plane::getSource() const {
+    return source;
 }
-
-Plane::~Plane() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* Plane::getMapper() const {
+    return mapper;
 }
 
 void Plane::setOriginPoint(double x, double y, double z) {

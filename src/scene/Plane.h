@@ -32,12 +32,12 @@ public:
     /// Number of divisions along the first and the second edge.
     void setResolution(int xResolution, int yResolution);
 
-    vtkPlaneSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkPlaneSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
 private:
-    vtkPlaneSource* source = nullptr;
-    vtkPolyDataMapper* mapper = nullptr;
+    vtkSmartPointer<vtkPlaneSource> source;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
 };
 
 } // namespace Orlavex

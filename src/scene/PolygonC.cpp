@@ -14,12 +14,10 @@
 
 namespace Orlavex {
 
-PolygonC::PolygonC(int n, float* pts) {
-    points = vtkPoints::New();
-    cell = vtkPolygon::New();
-    cells = vtkCellArray::New();
-    mapper = vtkPolyDataMapper::New();
-    polyData = vtkPolyData::New();
+PolygonC::PolygonC(int n, const float* pts)
+    : mapper(vtkSmartPointer<vtkPolyDataMapper>::New()), points(vtkSmartPointer<vtkPoints>::New()),
+      cell(vtkSmartPointer<vtkPolygon>::New()), cells(vtkSmartPointer<vtkCellArray>::New()),
+      polyData(vtkSmartPointer<vtkPolyData>::New()) {
     numberVertexes = std::max(n, 0);
     PointCell::insert(points, numberVertexes, pts);
     rebuildCell();
@@ -30,38 +28,21 @@ PolygonC::PolygonC(int n, float* pts) {
     actor->Modified();
 }
 
-PolygonC::PolygonC(const PolygonC& other)
-    : DrawableSource(other), numberVertexes(other.numberVertexes), mapper(other.mapper),
-      points(other.points), cell(other.cell), cells(other.cells), polyData(other.polyData) {
-    mapper->Register(nullptr);
-    points->Register(nullptr);
-    cell->Register(nullptr);
-    cells->Register(nullptr);
-    polyData->Register(nullptr);
+PolygonC::PolygonC(const PolygonC& other) = default;
+PolygonC& PolygonC::operator=(const PolygonC& other) = default;
+PolygonC::~PolygonC() = default;
+
+vtkPoints* PolygonC::getPoints() const {
+    return points;
+}
+vtkPolyData* PolygonC::getPolyData() const {
+    return polyData;
+}
+vtkPolyDataMapper* PolygonC::getMapper() const {
+    return mapper;
 }
 
-PolygonC& PolygonC::operator=(const PolygonC& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        numberVertexes = other.numberVertexes;
-        shareReference(mapper, other.mapper);
-        shareReference(points, other.points);
-        shareReference(cell, other.cell);
-        shareReference(cells, other.cells);
-        shareReference(polyData, other.polyData);
-    }
-    return *this;
-}
-
-PolygonC::~PolygonC() {
-    points->Delete();
-    cell->Delete();
-    cells->Delete();
-    polyData->Delete();
-    mapper->Delete();
-}
-
-void PolygonC::setPoints(float* pts) {
+void PolygonC::setPoints(const float* pts) {
     if (!pts)
         return;
     PointCell::insert(points, numberVertexes, pts);

@@ -13,8 +13,8 @@ namespace Orlavex {
 /// One filled polygon with n vertices given as 3n floats (x, y, z of vertex
 /// 0, then of vertex 1, ...).
 ///
-/// The object copies the coordinates and keeps no pointer to the array. A
-/// copy shares the VTK objects, holding references of its own.
+/// The object copies the coordinates and keeps no pointer to the array. Its
+/// VTK objects are held by smart pointers, so a copy shares them.
 ///
 /// The drawn shape always has as many vertices as the count:
 /// `setNumberVertexes` rebuilds the polygon, keeping the coordinates of the
@@ -24,32 +24,33 @@ namespace Orlavex {
 /// at the origin.
 class ORLAVEX_EXPORT PolygonC : public DrawableSource {
 public:
-    /// `pts` must hold at least 3n floats.
-    PolygonC(int n, float* pts);
+    /// `pts` must hold at least 3n floats; it is only read.
+    PolygonC(int n, const float* pts);
     PolygonC(const PolygonC& other);
     PolygonC& operator=(const PolygonC& other);
     ~PolygonC() override;
 
     /// Sets the number of vertices drawn, which also bounds the next `setPoints`.
     void setNumberVertexes(int n);
-    /// Overwrites the coordinates of every vertex from 3 × count floats.
-    void setPoints(float* pts);
+    /// Overwrites the coordinates of every vertex from 3 × count floats,
+    /// which are only read; null changes nothing.
+    void setPoints(const float* pts);
 
     int getNumberVertexes() const { return numberVertexes; }
-    vtkPoints* getPoints() const { return points; }
-    vtkPolyData* getPolyData() const { return polyData; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkPoints* getPoints() const;
+    vtkPolyData* getPolyData() const;
+    vtkPolyDataMapper* getMapper() const;
 
 private:
     void rebuildCell();
 
     int numberVertexes = 0;
-    vtkPolyDataMapper* mapper = nullptr;
-    vtkPoints* points = nullptr;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
+    vtkSmartPointer<vtkPoints> points;
     /// Holds the point id list from which the drawn cell is made.
-    vtkPolygon* cell = nullptr;
-    vtkCellArray* cells = nullptr;
-    vtkPolyData* polyData = nullptr;
+    vtkSmartPointer<vtkPolygon> cell;
+    vtkSmartPointer<vtkCellArray> cells;
+    vtkSmartPointer<vtkPolyData> polyData;
 };
 
 } // namespace Orlavex

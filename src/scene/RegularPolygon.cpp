@@ -1,7 +1,5 @@
 #include <Orlavex/scene/RegularPolygon.h>
 
-#include <algorithm>
-
 #include <vtkActor.h>
 #include <vtkPolyDataMapper.h>
 #include <vtkRegularPolygonSource.h>
@@ -9,33 +7,22 @@
 namespace Orlavex {
 
 RegularPolygon::RegularPolygon()
-    : source(vtkRegularPolygonSource::New()), mapper(vtkPolyDataMapper::New()) {
+    : source(vtkSmartPointer<vtkRegularPolygonSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
     // The recording field starts at the source's default, read back from it.
     source->GetCenter(center);
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+    drawOutputOf(source, mapper);
 }
 
-RegularPolygon::RegularPolygon(const RegularPolygon& other)
-    : DrawableSource(other), source(other.source), mapper(other.mapper) {
-    std::copy(other.center, other.center + 3, center);
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+RegularPolygon::RegularPolygon(const RegularPolygon& other) = default;
+RegularPolygon& RegularPolygon::operator=(const RegularPolygon& other) = default;
+RegularPolygon::~RegularPolygon() = default;
 
-RegularPolygon& RegularPolygon::operator=(const RegularPolygon& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        std::copy(other.center, other.center + 3, center);
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkRegularPolygonSource* RegularPolygon::getSource() const {
+    return source;
 }
-
-RegularPolygon::~RegularPolygon() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* RegularPolygon::getMapper() const {
+    return mapper;
 }
 
 void RegularPolygon::setNumberOfSides(int n) {

@@ -29,16 +29,16 @@ public:
     /// 1 draws the outline.
     void setGeneratePolyline(int on);
 
-    vtkRegularPolygonSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkRegularPolygonSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
     /// The centre last given to `setCenter`; until then the source's default.
     const double* getCenter() const { return center; }
 
 private:
-    vtkRegularPolygonSource* source = nullptr;
+    vtkSmartPointer<vtkRegularPolygonSource> source;
     double center[3] = {0, 0, 0};
-    vtkPolyDataMapper* mapper = nullptr;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
 };
 
 } // namespace Orlavex

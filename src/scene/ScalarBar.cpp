@@ -14,38 +14,19 @@
 
 namespace Orlavex {
 
-ScalarBar::ScalarBar() : lut(vtkLookupTable::New()), scalarBar(vtkScalarBarActor::New()) {}
+ScalarBar::ScalarBar()
+    : lut(vtkSmartPointer<vtkLookupTable>::New()),
+      scalarBar(vtkSmartPointer<vtkScalarBarActor>::New()) {}
 
-ScalarBar::ScalarBar(const ScalarBar& other)
-    : DrawableI(other), lut(other.lut), scalarBar(other.scalarBar), hueMin(other.hueMin),
-      hueMax(other.hueMax), rangeMin(other.rangeMin), rangeMax(other.rangeMax), ramp(other.ramp),
-      scale(other.scale) {
-    lut->Register(nullptr);
-    scalarBar->Register(nullptr);
+ScalarBar::ScalarBar(const ScalarBar& other) = default;
+ScalarBar& ScalarBar::operator=(const ScalarBar& other) = default;
+ScalarBar::~ScalarBar() = default;
+
+vtkLookupTable* ScalarBar::getLut() const {
+    return lut;
 }
-
-ScalarBar& ScalarBar::operator=(const ScalarBar& other) {
-    if (this == &other)
-        return *this;
-    DrawableI::operator=(other);
-    other.lut->Register(nullptr);
-    other.scalarBar->Register(nullptr);
-    scalarBar->Delete();
-    lut->Delete();
-    lut = other.lut;
-    scalarBar = other.scalarBar;
-    hueMin = other.hueMin;
-    hueMax = other.hueMax;
-    rangeMin = other.rangeMin;
-    rangeMax = other.rangeMax;
-    ramp = other.ramp;
-    scale = other.scale;
-    return *this;
-}
-
-ScalarBar::~ScalarBar() {
-    scalarBar->Delete();
-    lut->Delete();
+vtkScalarBarActor* ScalarBar::getScalarBar() const {
+    return scalarBar;
 }
 
 void ScalarBar::setLut(float hueMin, float hueMax, float rangeMin, float rangeMax, int scale,

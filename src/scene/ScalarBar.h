@@ -12,6 +12,8 @@ namespace Orlavex {
 /// Set it up with `setLut` and `setScalarBar` (in either order), then
 /// `paint` it. A later `setLut` changes the table in place, so a painted
 /// legend shows the new colours at the next render.
+///
+/// A copy shares the table and the legend actor, holding references of its own.
 class ORLAVEX_EXPORT ScalarBar : public DrawableI {
 public:
     ScalarBar();
@@ -37,8 +39,8 @@ public:
     /// nothing without a renderer.
     void paint() override;
 
-    vtkLookupTable* getLut() const { return lut; }
-    vtkScalarBarActor* getScalarBar() const { return scalarBar; }
+    vtkLookupTable* getLut() const;
+    vtkScalarBarActor* getScalarBar() const;
     /// The values last given to `setLut`.
     float getHueMin() const { return hueMin; }
     float getHueMax() const { return hueMax; }
@@ -53,8 +55,8 @@ public:
     static bool isDoubleFormat(const char* format);
 
 private:
-    vtkLookupTable* lut = nullptr;
-    vtkScalarBarActor* scalarBar = nullptr;
+    vtkSmartPointer<vtkLookupTable> lut;
+    vtkSmartPointer<vtkScalarBarActor> scalarBar;
     float hueMin = 0.667f, hueMax = 0.0f;
     float rangeMin = 0.0f, rangeMax = 40.0f;
     int ramp = 1;

@@ -1,14 +1,14 @@
 #include <Orlavex/scene/Sphere.h>
 
-#include <algorithm>
-
 #include <vtkActor.h>
 #include <vtkPolyDataMapper.h>
 #include <vtkSphereSource.h>
 
 namespace Orlavex {
 
-Sphere::Sphere() : source(vtkSphereSource::New()), mapper(vtkPolyDataMapper::New()) {
+Sphere::Sphere()
+    : source(vtkSmartPointer<vtkSphereSource>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
     // No shape parameter is set, so the sphere starts as the source's default;
     // the recording fields read that default back so they never hold garbage.
     source->GetCenter(center);
@@ -19,40 +19,18 @@ Sphere::Sphere() : source(vtkSphereSource::New()), mapper(vtkPolyDataMapper::New
     phiResolution = source->GetPhiResolution();
     startPhi = source->GetStartPhi();
     endPhi = source->GetEndPhi();
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+    drawOutputOf(source, mapper);
 }
 
-Sphere::Sphere(const Sphere& other)
-    : DrawableSource(other), source(other.source), radius(other.radius),
-      thetaResolution(other.thetaResolution), startTheta(other.startTheta),
-      endTheta(other.endTheta), phiResolution(other.phiResolution), startPhi(other.startPhi),
-      endPhi(other.endPhi), mapper(other.mapper) {
-    std::copy(other.center, other.center + 3, center);
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+Sphere::Sphere(const Sphere& other) = default;
+Sphere& Sphere::operator=(const Sphere& other) = default;
+Sphere::~Sphere() = default;
 
-Sphere& Sphere::operator=(const Sphere& other) {
-    if (this != &other) {
-        DrawableSource::operator=(other);
-        shareReference(source, other.source);
-        std::copy(other.center, other.center + 3, center);
-        radius = other.radius;
-        thetaResolution = other.thetaResolution;
-        startTheta = other.startTheta;
-        endTheta = other.endTheta;
-        phiResolution = other.phiResolution;
-        startPhi = other.startPhi;
-        endPhi = other.endPhi;
-        shareReference(mapper, other.mapper);
-    }
-    return *this;
+vtkSphereSource* Sphere::getSource() const {
+    return source;
 }
-
-Sphere::~Sphere() {
-    source->Delete();
-    mapper->Delete();
+vtkPolyDataMapper* Sphere::getMapper() const {
+    return mapper;
 }
 
 void Sphere::setRadius(double r) {

@@ -34,8 +34,8 @@ public:
     void setEndPhi(double a);
     void latLongTessellationOn();
 
-    vtkSphereSource* getSource() const { return source; }
-    vtkPolyDataMapper* getMapper() const { return mapper; }
+    vtkSphereSource* getSource() const;
+    vtkPolyDataMapper* getMapper() const;
 
     /// Values last given to the setters; until a setter is called they read
     /// the source's own defaults.
@@ -49,14 +49,14 @@ public:
     double getEndPhi() const { return endPhi; }
 
 private:
-    vtkSphereSource* source = nullptr;
+    vtkSmartPointer<vtkSphereSource> source;
     double center[3] = {0, 0, 0};
     double radius = 0;
     int thetaResolution = 0;
     double startTheta = 0, endTheta = 0;
     int phiResolution = 0;
     double startPhi = 0, endPhi = 0;
-    vtkPolyDataMapper* mapper = nullptr;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
 };
 
 } // namespace Orlavex

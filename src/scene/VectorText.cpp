@@ -8,36 +8,21 @@
 
 namespace Orlavex {
 
-VectorText::VectorText() : source(vtkVectorText::New()), mapper(vtkPolyDataMapper::New()) {
-    actor->SetMapper(mapper);
-    mapper->SetInputConnection(source->GetOutputPort(0));
+VectorText::VectorText()
+    : source(vtkSmartPointer<vtkVectorText>::New()),
+      mapper(vtkSmartPointer<vtkPolyDataMapper>::New()) {
+    drawOutputOf(source, mapper);
     // The source has no text of its own and reports an error at every render
     // until it gets one; a text not yet set shows as nothing instead.
     source->SetText("");
 }
 
-VectorText::VectorText(const VectorText& other)
-    : DrawableSource(other), source(other.source), mapper(other.mapper), initText(other.initText),
-      finalText(other.finalText), interactiveValue(other.interactiveValue) {
-    source->Register(nullptr);
-    mapper->Register(nullptr);
-}
+VectorText::VectorText(const VectorText& other) = default;
+VectorText& VectorText::operator=(const VectorText& other) = default;
+VectorText::~VectorText() = default;
 
-VectorText& VectorText::operator=(const VectorText& other) {
-    if (this == &other)
-        return *this;
-    DrawableSource::operator=(other);
-    shareReference(source, other.source);
-    shareReference(mapper, other.mapper);
-    initText = other.initText;
-    finalText = other.finalText;
-    interactiveValue = other.interactiveValue;
-    return *this;
-}
-
-VectorText::~VectorText() {
-    source->Delete();
-    mapper->Delete();
+vtkVectorText* VectorText::getSource() const {
+    return source;
 }
 
 // A null text is read as an empty one: vtkVectorText reports an error for

@@ -39,14 +39,14 @@ public:
 
     const std::string& getInitText() const { return initText; }
     const std::string& getFinalText() const { return finalText; }
-    vtkVectorText* getSource() const { return source; }
+    vtkVectorText* getSource() const;
 
     /// `v` as `setText(double)` writes it: fixed point, two decimals, C locale.
     static std::string formatNumber(double v);
 
 private:
-    vtkVectorText* source = nullptr;
-    vtkPolyDataMapper* mapper = nullptr;
+    vtkSmartPointer<vtkVectorText> source;
+    vtkSmartPointer<vtkPolyDataMapper> mapper;
     std::string initText;
     std::string finalText;
     int interactiveValue = 0;

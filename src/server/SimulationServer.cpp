@@ -10,6 +10,8 @@
 #include <QThread>
 
 #include <charconv>
+
+#include <sys/socket.h>
 #include <utility>
 #include <cstdlib>
 
@@ -190,6 +192,15 @@ void SimulationServer::closeClient() {
 }
 
 
+void SimulationServer::resetClient() {
+    if (!m_client || m_client->socketDescriptor() < 0)
+        return;
+    // A zero linger time makes the close send a reset instead of a FIN.
+    const linger hard{1, 0};
+    ::setsockopt(int(m_client->socketDescriptor()), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+    m_client->abort();
+}
+
 bool SimulationServer::fail(const QString& why) {
     m_error = why;
     return false;
@@ -232,6 +243,11 @@ bool SimulationServer::addRecord(int num, const double* values, int count) {
     m_cycleOut.append(record(num, values, count));
     m_cycleRecords.append(qMakePair(from, m_cycleOut.size() - from));
     return true;
+}
+
+void SimulationServer::addRecordString(const QByteArray& text) {
+    m_cycleRecords.append(qMakePair(m_cycleOut.size(), text.size()));
+    m_cycleOut.append(text);
 }
 
 bool SimulationServer::addRecord(int num, const QVector<double>& values) {

@@ -75,6 +75,8 @@ public:
     bool addRecord(int num, const double* values, int count);
     bool addRecord(int num, const QVector<double>& values);
     bool addRecord(int num, std::initializer_list<double> values);
+    /// Queues a record string as it is, for tests and fault injection (no check).
+    void addRecordString(const QByteArray& text);
     /// Sends the chalk string and the queued records (see the class comment).
     bool finishCycle(int chalk);
     /// Loads the front-end's registry description (`CommThread::writeRegistry`)
@@ -113,6 +115,8 @@ public:
     QByteArray readRaw(int maxBytes, int msecs);
     /// Closes the front-end's connection (for instance in the middle of a string).
     void closeClient();
+    /// Ends the connection with a reset (RST), as a crashed server host does.
+    void resetClient();
 
     /// Appends the shortest text that reads back to `value`.
     static void appendNumber(QByteArray& out, double value);

@@ -7,12 +7,15 @@
 #include "GuiTestMain.h"
 #include "SignalCounter.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <vtkActor.h>
 
 #include <chrono>
+#include <mutex>
+#include <iterator>
 #include <thread>
 
 namespace {
@@ -205,50 +208,157 @@ private slots:
         QCOMPARE(updates.count(), 3);
     }
 
-    // Wherever the link fails, the cycle ends without reading further, one
-    // connectionFailed() is emitted, and records applied before stay applied.
-    void linkFailure_data() {
-        QTest::addColumn<bool>("refused");
-        QTest::addColumn<QVector<QByteArray>>("sent"); // after the data message; then it closes
+    // Per-cycle statistics, and values that must not stick: a turn or a trail
+    // point that is not finite is skipped and counted with its record.
+    void statistics() {
+        const QVector<QByteArray> cycles[] = {
+            {"1,1,2,3,0,0,0,nan,0,0,1#", "3,1,2#"},   // a NaN turn
+            {"1,1,2,3,0,0,0,0,0,45,1,99#", "3,inf,4#"}, // a surplus field; an infinite point
+            {"1,1,2#", "3,5,6#"},                      // payload cut short: 8 fields miss a comma
+        };
+        CycleServer server([&](int c) { return cycles[c]; }, 3);
+        CommThread thread;
+        connectTo(thread, server.port());
+        Sphere sphere;
+        sphere.setInteractivelyPositioned(1);
+        TrailQwt trail("t");
+        thread.setSendingObjI(1, &sphere);
+        thread.setSendingObjI(3, &trail);
+        std::mutex lock;
+        QVector<CycleStats> seen;
+        QObject::connect(
+            &thread, &CommThread::cycleFinished, &thread,
+            [&](const CycleStats& st) {
+                std::lock_guard<std::mutex> guard(lock);
+                seen.append(st);
+            },
+            Qt::DirectConnection);
+        thread.start();
+        QVERIFY(server.wait(15000));
+        thread.shutdown();
+        QCoreApplication::processEvents(); // the trail's hand-overs
+        QCOMPARE(seen.size(), 3);
+        const QMap<int, int> expected[] = {{{1, 1}}, {{1, 1}, {3, 1}}, {{1, 8}}};
+        for (int c = 0; c < 3; ++c) {
+            QCOMPARE(seen[c].cycle, qint64(c + 1));
+            QCOMPARE(seen[c].records, 2);
+            QCOMPARE(seen[c].anomalies, expected[c]);
+            QVERIFY(seen[c].bytesReceived > 8 && seen[c].renderMs >= 0 && seen[c].waitMs >= 0);
+        }
+        QCOMPARE(orientationZ(sphere), 45.0); // NaN skipped, the later turn applied
+        QCOMPARE(trail.getNStored(), 2);      // (1, 2) and (5, 6)
+    }
+
+    // The fault matrix: at each point of a cycle, each fault of the server.
+    // A close, a reset or an endless string is a failure: the cycle ends
+    // without reading further and one connectionFailed() follows; records
+    // applied before stay applied, a partial one never is. A server that
+    // stalls is no failure: the client application's shutdown ends the link
+    // within a second and reports nothing. So does a fault while paused,
+    // which the link does not see before the shutdown.
+    void faults_data() {
+        QTest::addColumn<QVector<QByteArray>>("sent"); // after the data message
+        QTest::addColumn<int>("point");
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<bool>("overlap");
+        QTest::addColumn<int>("failures");
         QTest::addColumn<double>("turnA");
         QTest::addColumn<double>("turnB");
         using Sent = QVector<QByteArray>;
         const QByteArray a = "1,0,0,0,0,0,0,0,0,30,1#", b = "2,0,0,0,0,0,0,0,0,30,1#";
-        QTest::newRow("no server at all") << true << Sent{} << 0.0 << 0.0;
-        QTest::newRow("no server ack") << false << Sent{} << 0.0 << 0.0;
-        QTest::newRow("in the chalk string") << false << Sent{"12"} << 0.0 << 0.0;
-        QTest::newRow("before the records") << false << Sent{"1#"} << 0.0 << 0.0;
-        QTest::newRow("in the second record") << false << Sent{"1#", a, b.left(20)} << 30.0 << 0.0;
-        QTest::newRow("after a whole cycle") << false << Sent{"1#", a, b} << 30.0 << 30.0;
+        struct Point {
+            const char* name;
+            Sent sent;
+            double turnA, turnB;
+        };
+        const Point points[] = {
+            {"before the server ack", {}, 0, 0},
+            {"in the chalk string", {"12"}, 0, 0},
+            {"before the records", {"1#"}, 0, 0},
+            {"in the first record", {"1#", a.left(9)}, 0, 0},
+            {"in the last record", {"1#", a, b.left(20)}, 30, 0},
+            {"between cycles", {"1#", a, b}, 30, 30},
+            {"while paused", {"1#", a, b}, 30, 30},
+        };
+        const char* faults[] = {"close", "reset", "stall", "endless string"};
+        for (bool overlap : {false, true})
+            for (int p = 0; p < int(std::size(points)); ++p)
+                for (int f = 0; f < int(std::size(faults)); ++f) {
+                    const bool paused = p == int(std::size(points)) - 1;
+                    const int failures = (f == 2 || paused) ? 0 : 1;
+                    QTest::addRow("%s, %s%s", points[p].name, faults[f],
+                                  overlap ? ", overlapped" : "")
+                        << points[p].sent << p << f << overlap << failures << points[p].turnA
+                        << points[p].turnB;
+                }
+        QTest::newRow("no server at all") << Sent{} << -1 << 0 << false << 1 << 0.0 << 0.0;
     }
-    void linkFailure() {
-        QFETCH(bool, refused);
+    void faults() {
         QFETCH(QVector<QByteArray>, sent);
+        QFETCH(int, point);
+        QFETCH(int, fault);
+        QFETCH(bool, overlap);
+        QFETCH(int, failures);
         QFETCH(double, turnA);
         QFETCH(double, turnB);
+        const bool paused = point == 6;
+        std::atomic<bool> reached{false}, release{false};
         ServerThread server(
             [&](SimulationServer& s) {
                 QVector<SimulationServer::Entry> entries;
-                if (sent.isEmpty() || !s.sendAck() || !s.readData(&entries))
+                if (point > 0 && (!s.sendAck() || !s.readData(&entries)))
                     return;
                 for (const QByteArray& m : sent) // a whole string waits for its ack
                     if (!s.sendRaw(m) || (m.endsWith('#') && !s.readClientAck()))
                         return;
+                reached = true;
+                while (paused && !release.load()) // the test pauses the link first
+                    QThread::msleep(1);
+                if (fault == 0)
+                    s.closeClient();
+                else if (fault == 1)
+                    s.resetClient();
+                else if (fault == 3)
+                    s.sendRaw(QByteArray(4096, '7')); // longer than the client's limit
+                else
+                    while (!release.load() && s.isConnected())
+                        s.readRaw(1, 20);
             },
             3000);
         CommThread thread;
-        connectTo(thread, refused ? 1 : server.port()); // port 1: refused
+        connectTo(thread, point < 0 ? 1 : server.port()); // port 1: refused
+        thread.setOverlapRendering(overlap);
+        thread.getSocket()->setMaxStringLength(1024);
         Sphere sa, sb;
         sa.setInteractivelyPositioned(1);
         sb.setInteractivelyPositioned(1);
         thread.setSendingObjI(1, &sa);
         thread.setSendingObjI(2, &sb);
         SignalCounter failed(&thread, &CommThread::connectionFailed);
+        int passes = 0;
+        if (paused) // pause at the render pass of the first cycle (after start-up's)
+            QObject::connect(
+                &thread, &CommThread::dataUpdated, &thread,
+                [&] {
+                    if (++passes == 2)
+                        thread.updatePause(false);
+                },
+                Qt::DirectConnection);
         thread.start();
-        QTRY_COMPARE(failed.count(), 1);
-        QVERIFY(refused || server.wait(15000)); // refused: no client ever comes
-        thread.shutdown();                      // no second report, and the loop ends
-        QCOMPARE(failed.count(), 1);
+        if (point >= 0)
+            QTRY_VERIFY_WITH_TIMEOUT(reached.load(), 15000);
+        if (paused) {
+            QTRY_VERIFY(thread.isPaused());
+            release = true;
+        }
+        if (failures > 0)
+            QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 15000);
+        QElapsedTimer clock;
+        clock.start();
+        thread.shutdown(); // no report of its own, and the loop ends
+        QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
+        release = true;
+        QCOMPARE(failed.count(), failures);
         QCOMPARE(orientationZ(sa), turnA);
         QCOMPARE(orientationZ(sb), turnB);
     }

@@ -18,6 +18,7 @@ CycleRun runCycles(const QMap<int, SendClass*>& objects, const CycleServer::Reco
         thread->setSendingObjI(it.key(), it.value());
     thread->setServerAddress("local");
     thread->setServerPort(server.port());
+    thread->setOverlapRendering(qEnvironmentVariableIsSet("ORLAVEX_TEST_OVERLAP"));
     SignalCounter failed(thread.get(), &CommThread::connectionFailed);
     SignalCounter updates(thread.get(), &CommThread::dataUpdated);
     thread->start();
