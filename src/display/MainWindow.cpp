@@ -9,6 +9,8 @@
 #include <Orlavex/link/CommThread.h>
 #include <Orlavex/common/LogStream.h>
 
+#include "detail/VideoWriter.h"
+
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -92,6 +94,13 @@ void MainWindow::renderWindow() {
     for (PlottingPanelQwt* p : qAsConst(m_link->plots))
         p->replot();
     m_renderNs += clock.nsecsElapsed();
+    // One frame per cycle, grabbed before the link thread may change the
+    // scene again; passes that no cycle asked for (start-up) add none.
+    const qint64 cycle = m_link->cyclesHandedOver();
+    if (m_video && cycle > m_videoCycle) {
+        m_videoCycle = cycle;
+        m_video->addFrame(grab().toImage());
+    }
     if (m_secondPass) {
         adjustCameras();
         m_secondPass = false;
@@ -107,6 +116,18 @@ void MainWindow::renderWindow() {
     m_firstPass = false;
     m_secondPass = true;
 }
+
+bool MainWindow::setVideoFile(const QString& path, int fps) {
+    m_video.reset(new detail::VideoWriter);
+    if (m_video->open(path, fps))
+        return true;
+    qWarning("MainWindow: cannot write the video %s: %s", qPrintable(path),
+             qPrintable(m_video->errorString()));
+    m_video.reset();
+    return false;
+}
+
+int MainWindow::videoFrames() const { return m_video ? m_video->frameCount() : 0; }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     const QVector<Dialog*> dialogs = m_link ? m_link->dialogs : QVector<Dialog*>();

@@ -6,12 +6,17 @@
 #include <QPointer>
 #include <QVector>
 
+#include <memory>
+
 class QTimer;
 class QwtPlotItem;
 
 namespace Orlavex {
 
 class CommThread;
+namespace detail {
+class VideoWriter;
+}
 class TrailQwt;
 
 /// The top-level window of a front-end.
@@ -74,6 +79,14 @@ public:
     int renderPassCount() const { return m_passes; }
     double renderSeconds() const { return m_renderNs * 1e-9; }
 
+    /// Writes one video frame per cycle to `path`, grabbed right after the
+    /// cycle's render pass: raw frames piped into the `ffmpeg` command, or a
+    /// PNG sequence where it is missing. False (with a warning) when the
+    /// video cannot be started. The video ends with the window.
+    bool setVideoFile(const QString& path, int fps = 25);
+    /// Frames written to the video so far.
+    int videoFrames() const;
+
 protected:
     /// Closes every registered dialog, writing "Closing windows" to standard
     /// output for each, then accepts. The link thread is not stopped here.
@@ -99,6 +112,8 @@ private:
     int m_passes = 0;
     qint64 m_renderNs = 0;
     QPointer<CommThread> m_link; // nulled when the client application deletes the thread
+    std::unique_ptr<detail::VideoWriter> m_video;
+    qint64 m_videoCycle = 0; ///< the last cycle that has its frame
 };
 
 } // namespace Orlavex

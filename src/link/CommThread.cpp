@@ -2,6 +2,7 @@
 
 #include "detail/RecordLayout.h"
 #include "detail/RenderRelay.h"
+#include "detail/SessionRecorder.h"
 
 #include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SceneLock.h>
@@ -21,6 +22,7 @@
 #include <QJsonObject>
 
 #include <chrono>
+#include <deque>
 
 namespace Orlavex {
 
@@ -47,20 +49,18 @@ void CommThread::shutdown() {
     quit();                    // exec() returns at once if it has not begun yet
     if (QThread::currentThread() == this)
         return; // asked from inside run(): the loop sees the flags and ends
-    if (!isRunning())
-        return;
     const bool guiThread = QThread::currentThread() == thread();
-    while (!wait(10)) {
+    while (isRunning() && !wait(10)) {
         quit();
         // The link thread may be waiting for this thread to run its render
         // pass; deliver it so the link thread can go on.
         if (guiThread)
             QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
     }
-    // QThread::wait learns of the end through Qt's own futex; this acquire
-    // pairs with run()'s last store, so that everything the link thread did
-    // is ordered before what the owner does next for any reader, race
-    // checkers included.
+    // QThread::wait and isRunning learn of the end through Qt's own futex;
+    // this acquire pairs with run()'s last store, so that everything the
+    // link thread did is ordered before what the owner does next for any
+    // reader, race checkers included.
     (void)m_runEnded.load(std::memory_order_acquire);
 }
 
@@ -206,27 +206,37 @@ void CommThread::logLine(const QByteArray& text) {
         logFile->line(text);
 }
 
-void CommThread::applyHandOver(detail::HandOver& batch) {
-    // GUI thread: the widgets' own thread.
-    for (const detail::HandOver::Widget& w : batch.widgets) {
-        if (w.field)
-            w.field->setEnabled(w.value > 0.5);
-        else if (w.readOut)
-            w.readOut->setValue(w.value);
+void CommThread::applyHandOvers() {
+    // GUI thread: the widgets' own thread. Batches are taken under the lock
+    // and applied outside it, in the order the cycles produced them.
+    std::vector<detail::HandOver> batches;
+    {
+        std::lock_guard<std::mutex> guard(m_handOverLock);
+        batches.swap(m_handOvers);
     }
-    for (detail::HandOver::Trail& t : batch.trails)
-        t.trail->insertXY(&t.points); // the batch's own copy
+    for (detail::HandOver& batch : batches) {
+        for (const detail::HandOver::Widget& w : batch.widgets) {
+            if (w.field)
+                w.field->setEnabled(w.value > 0.5);
+            else if (w.readOut)
+                w.readOut->setValue(w.value);
+        }
+        for (detail::HandOver::Trail& t : batch.trails)
+            t.trail->insertXY(&t.points); // the batch's own copy
+    }
 }
 
 void CommThread::handOver(detail::RecordContext& context) {
     // The batch goes ahead of the render pass on the GUI thread's queue, so
     // the pass shows it; it owns copies, never pointers into this thread.
-    if (!context.batch.empty()) {
-        auto batch = std::make_shared<detail::HandOver>(std::move(context.batch));
-        QMetaObject::invokeMethod(
-            this, [this, batch] { applyHandOver(*batch); }, Qt::QueuedConnection);
+    if (context.batch.empty())
+        return;
+    {
+        std::lock_guard<std::mutex> guard(m_handOverLock);
+        m_handOvers.push_back(std::move(context.batch));
     }
     context.batch = detail::HandOver();
+    QMetaObject::invokeMethod(this, "applyHandOvers", Qt::QueuedConnection);
 }
 
 void CommThread::run() {
@@ -234,6 +244,16 @@ void CommThread::run() {
     context.socket = socket.get();
 
     logFile->open();
+    if (!m_recordPath.isEmpty()) {
+        m_recorder.reset(new detail::SessionRecorder);
+        if (m_recorder->open(m_recordPath, registryDescription())) {
+            socket->setKeepStrings(true);
+        } else {
+            qWarning("CommThread: cannot record to %s: %s", qPrintable(m_recordPath),
+                     qPrintable(m_recorder->errorString()));
+            m_recorder.reset();
+        }
+    }
     socket->connectToServer();
     logLine("COMMTHREAD: Inicio Hebra CommThread");
     for (Drawable* d : qAsConst(drawables)) {
@@ -269,6 +289,7 @@ void CommThread::run() {
             ok = exchange(context, false);
             if (ok && anyRecords) {
                 handOver(context);
+                ++m_cyclesHandedOver;
                 const auto start = std::chrono::steady_clock::now();
                 emit dataUpdated(); // blocking: returns when the pass has
                 context.stats.renderMs = msSince(start);
@@ -282,6 +303,7 @@ void CommThread::run() {
             applyBuffered(context);
             if (ok && anyRecords) {
                 handOver(context);
+                ++m_cyclesHandedOver;
                 relay->start(context.stats);
             }
         }
@@ -297,6 +319,8 @@ void CommThread::run() {
     if (relay)
         relay->wait();
     relay.reset();
+    if (m_recorder)
+        m_recorder->close();
     exec();
     m_runEnded.store(true, std::memory_order_release);
 }
@@ -310,11 +334,17 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
     waited += msSince(start);
     if (!ok)
         return false;
+    if (m_recorder) {
+        m_recorder->beginCycle(context.stats.cycle);
+        m_recorder->dataMessage(socket->lastDataMessage());
+    }
     start = std::chrono::steady_clock::now();
     socket->getChalk();
     waited += msSince(start);
     if (!socket->lastStringComplete())
         return false;
+    if (m_recorder)
+        m_recorder->serverString(socket->lastString());
     {
         // Only what the message carried leaves the list; a change recorded
         // while the chalk was awaited stays for the next data message.
@@ -336,6 +366,8 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
         complete = socket->lastStringComplete(); // a partial record is never applied
         if (!complete)
             break;
+        if (m_recorder)
+            m_recorder->serverString(socket->lastString());
         if (buffer) {
             context.buffered.append({num, context.message});
         } else {
@@ -345,6 +377,8 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
     }
     context.stats.waitMs += waited;
     context.stats.bytesReceived += socket->takeReceivedBytes();
+    if (m_recorder && complete)
+        m_recorder->endCycle(); // a cycle cut short is not part of the recording
     return complete;
 }
 

@@ -14,6 +14,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 class vtkRenderer;
 
@@ -36,6 +37,7 @@ namespace detail {
 struct HandOver;
 struct RecordContext;
 class RenderRelay;
+class SessionRecorder;
 } // namespace detail
 
 /// The link thread: the hub of a front-end.
@@ -121,6 +123,14 @@ public:
     void setOverlapRendering(bool on) { m_overlap = on; }
     bool overlapRendering() const { return m_overlap; }
 
+    /// Records the session to `path` as it runs (see docs/recording.md): the
+    /// registry description, then per cycle the data message and every
+    /// server string. Set before `start()`; an empty path records nothing.
+    void setRecordFile(const QString& path) { m_recordPath = path; }
+    QString recordFile() const { return m_recordPath; }
+    /// Cycles whose render pass has been asked for so far (start-up's excluded).
+    qint64 cyclesHandedOver() const { return m_cyclesHandedOver.load(); }
+
     /// The registry as JSON, for server authors and tools: for each record
     /// number the kind, its flags and the ordered fields its record carries
     /// (see docs/protocol.md); and the control indices.
@@ -163,6 +173,8 @@ signals:
 
 private slots:
     void updateInewIndex(double value, int index);
+    /// Applies the cycles' hand-overs on the GUI thread (a queued call).
+    void applyHandOvers();
 
 public slots:
     /// `running` is the pause button's checked state: false pauses the exchange.
@@ -176,7 +188,6 @@ private:
     bool exchange(detail::RecordContext& context, bool buffer);
     void applyBuffered(detail::RecordContext& context);
     void handOver(detail::RecordContext& context);
-    void applyHandOver(detail::HandOver& batch);
     void logLine(const QByteArray& text);
 
     std::unique_ptr<SocketClass> socket;
@@ -186,6 +197,9 @@ private:
     std::atomic<bool> m_runEnded{false}; ///< see shutdown()
     bool verbose = false;
     bool m_overlap = false;
+    QString m_recordPath;
+    std::unique_ptr<detail::SessionRecorder> m_recorder;
+    std::atomic<qint64> m_cyclesHandedOver{0};
 
     // The pending list. Appended on the GUI thread and handed to the socket
     // client on the link thread, always under m_pendingLock, which is never
@@ -194,6 +208,10 @@ private:
     QVector<double> pendingValues;
     int pendingCount = 0;
     mutable std::mutex m_pendingLock;
+
+    // Hand-overs waiting for the GUI thread, oldest first.
+    std::mutex m_handOverLock;
+    std::vector<detail::HandOver> m_handOvers; // vector: allows the incomplete type here
 
     // Pause and stop are waited for, never polled.
     std::mutex m_stateLock;

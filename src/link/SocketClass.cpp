@@ -392,6 +392,8 @@ bool SocketClass::receiveString(char terminal, const char** begin, int* length) 
     m_rxPos = stop;
     m_lastStringComplete = end >= 0;
     m_receivedBytes += *length;
+    if (m_keepStrings)
+        m_lastString = QByteArray(*begin, *length);
 
     if (m_verbose) {
         log("SOCKET: recv_string: Client: recv terminal #");

@@ -94,6 +94,15 @@ public:
         return n;
     }
 
+    /// The bytes of the last server string as they arrived, terminal included
+    /// (a copy; for recording a session).
+    QByteArray lastString() const { return m_lastString; }
+    /// The last data message sent (for recording a session).
+    QByteArray lastDataMessage() const { return m_tx; }
+    /// Keeps a copy of each server string for `lastString` (off by default:
+    /// it costs a copy per string).
+    void setKeepStrings(bool on) { m_keepStrings = on; }
+
     /// Whether the last server string ended with its terminal (false after a
     /// read cut short by a lost connection or by the length limit).
     bool lastStringComplete() const { return m_lastStringComplete; }
@@ -154,6 +163,8 @@ private:
     QString m_scratch; // chalk string and record num field, reused every cycle
     bool m_lastStringComplete = true;
     int m_anomalies = 0;
+    bool m_keepStrings = false;
+    QByteArray m_lastString;
     qint64 m_receivedBytes = 0;
     qint64 m_maxStringLength = qint64(256) * 1024 * 1024;
     // Who may close the socket at once (see the class comment). The lock
