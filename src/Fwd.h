@@ -43,6 +43,7 @@ class RadioButton;
 class Slider;
 class Canvas;
 class CanvasButtons;
+class LinkStatus;
 class MainWindow;
 class PlottingPanel;
 class PlottingPanelQwt;

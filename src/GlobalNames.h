@@ -48,6 +48,7 @@ using Orlavex::RadioButton;
 using Orlavex::Slider;
 using Orlavex::Canvas;
 using Orlavex::CanvasButtons;
+using Orlavex::LinkStatus;
 using Orlavex::MainWindow;
 using Orlavex::PlottingPanel;
 using Orlavex::PlottingPanelQwt;

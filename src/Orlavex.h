@@ -48,6 +48,7 @@
 
 #include <Orlavex/display/Canvas.h>
 #include <Orlavex/display/CanvasButtons.h>
+#include <Orlavex/display/LinkStatus.h>
 #include <Orlavex/display/MainWindow.h>
 #include <Orlavex/display/PlottingPanel.h>
 #include <Orlavex/display/PlottingPanelQwt.h>

@@ -542,7 +542,9 @@ QWidget* FrontEnd::buildRunControls() {
         m_dialog->show();
         m_dialog->raise();
     });
-    m_status = new QLabel;
+    // The library's own statistics line: cycles per second, and per cycle
+    // the wait for the server beside the render pass.
+    m_status = new LinkStatus(m_link);
     m_status->setWordWrap(true);
     box->addWidget(pause, 0, 0);
     box->addWidget(more, 0, 1);
@@ -609,10 +611,6 @@ void FrontEnd::afterCycle() {
     m_phaseAngle->Modified();
     m_phaseSpeed->Modified();
     m_phase->Modified();
-}
-
-void FrontEnd::setStatus(const QString& text) {
-    m_status->setText(text);
 }
 
 QVector<QWidget*> FrontEnd::openGlWidgets() const {

@@ -35,7 +35,6 @@ public:
     /// portrait follows the angle and speed trails.
     void afterCycle();
     /// Shows a line of the running figures under the controls.
-    void setStatus(const QString& text);
 
     /// The widgets drawn with OpenGL, which a screenshot may have to paint
     /// in from their own frame buffers.
