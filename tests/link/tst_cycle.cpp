@@ -14,9 +14,13 @@
 #include <vtkActor.h>
 
 #include <chrono>
+#include <csignal>
 #include <mutex>
 #include <iterator>
 #include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 void addPending(CommThread& t, int index, double value) {
@@ -247,6 +251,54 @@ private slots:
         }
         QCOMPARE(orientationZ(sphere), 45.0); // NaN skipped, the later turn applied
         QCOMPARE(trail.getNStored(), 2);      // (1, 2) and (5, 6)
+    }
+
+    // Standard output is a pipe that nobody reads (a lab started by a
+    // launcher): the link's "error process input" lines fill it within a few
+    // cycles, yet the cycles go on, the shutdown is prompt, and once the
+    // pipe flows again one line says how much was dropped.
+    void blockedStandardOutput() {
+        int pipeFds[2];
+        QVERIFY(::pipe(pipeFds) == 0);
+        ::fcntl(pipeFds[1], F_SETPIPE_SZ, 4096);
+        std::signal(SIGPIPE, SIG_IGN);
+        LogStream::waitWritten(5000);
+        std::fflush(stdout);
+        const int saved = ::dup(1);
+        ::dup2(pipeFds[1], 1);
+        // A record cut short: each cycle reports 19 fields that found no comma.
+        CycleServer server([](int) { return QVector<QByteArray>{"1,1#"}; }, 400);
+        CommThread thread;
+        connectTo(thread, server.port());
+        Sphere sphere;
+        sphere.setInteractivelyPositioned(1);
+        sphere.setInteractivelyColored(1);
+        thread.setSendingObjI(1, &sphere);
+        thread.start();
+        QTRY_COMPARE_WITH_TIMEOUT(server.cycles(), 400, 30000);
+        QElapsedTimer clock;
+        clock.start();
+        thread.shutdown();
+        QVERIFY(clock.elapsed() < 1000);
+        QByteArray flowed;
+        QElapsedTimer drain;
+        drain.start();
+        ::fcntl(pipeFds[0], F_SETFL, O_NONBLOCK);
+        while (!flowed.contains("dropped") && drain.elapsed() < 20000) {
+            char chunk[4096];
+            const ssize_t got = ::read(pipeFds[0], chunk, sizeof chunk);
+            if (got > 0)
+                flowed.append(chunk, int(got));
+            else
+                QTest::qWait(5);
+        }
+        ::dup2(saved, 1);
+        ::close(saved);
+        ::close(pipeFds[0]);
+        ::close(pipeFds[1]);
+        QVERIFY(flowed.startsWith("error process input\n"));
+        QVERIFY2(flowed.contains(" pieces of output dropped while the output was blocked\n"),
+                 flowed.right(200).constData());
     }
 
     // The fault matrix: at each point of a cycle, each fault of the server.

@@ -29,7 +29,7 @@ public:
     void push(const OutputQueue::Sink& sink, QByteArray&& text) {
         {
             std::lock_guard<std::mutex> guard(m_lock);
-            if (m_queued + text.size() > OutputQueue::kBudget) {
+            if (m_queued > 0 && m_queued + text.size() > OutputQueue::kBudget) {
                 ++m_dropped[sink.get()];
                 return;
             }

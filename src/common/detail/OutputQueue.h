@@ -12,8 +12,8 @@ namespace detail {
 /// file). Callers hand it text and go on at once: a thread of its own writes
 /// the text, in the order it was handed over, each piece in one write
 /// followed by a flush. When a sink stops taking text (a pipe that nobody
-/// reads), at most `kBudget` bytes wait; further text for any sink is dropped
-/// and counted, and once that sink takes text again one line says how many
+/// reads), at most `kBudget` bytes wait (a single larger piece only when
+/// nothing else waits); further text for any sink is dropped and counted, and once that sink takes text again one line says how many
 /// pieces were lost. Nothing here ever waits for a sink, so the link thread
 /// and its shutdown cannot be held up by output.
 class OutputQueue {
@@ -21,7 +21,7 @@ public:
     /// A sink that the queue keeps open until its last queued text is out.
     using Sink = std::shared_ptr<std::FILE>;
 
-    static constexpr qsizetype kBudget = 1 << 20;
+    static constexpr qsizetype kBudget = 64 * 1024;
 
     static void write(const Sink& sink, QByteArray text);
     /// Standard output as a sink (never closed by the queue).
