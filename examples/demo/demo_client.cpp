@@ -2,12 +2,15 @@
 // by demo_server and shown here in 3-D views, plots, a chart and read-outs,
 // with the controls that steer both simulations.
 //
-//   demo_client [--port P] [--cycles N] [--screenshot FILE] [--verbose]
+//   demo_client [--port P] [--cycles N] [--screenshot FILE] [--record FILE]
+//               [--video FILE] [--verbose]
 //
 // --port P           the server's port on this machine (4848)
 // --cycles N         close by itself after N cycles (0, the default: run until
 //                    the window is closed)
 // --screenshot FILE  with --cycles, save a picture of the window before closing
+// --record FILE      record the session (replay it with orlavex-replay)
+// --video FILE       write a video of the window, one frame per cycle
 // --verbose          log the link's traffic to info.txt
 //
 // Each render pass overlaps the next exchange with the server, so a lab
@@ -36,12 +39,15 @@ struct Options {
     int port = 4848;
     int cycles = 0;
     QString screenshot;
+    QString record;
+    QString video;
     bool verbose = false;
 };
 
 void usage(FILE* to) {
     std::fprintf(to,
-                 "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--verbose]\n");
+                 "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--record FILE]\n"
+                 "                   [--video FILE] [--verbose]\n");
 }
 
 Options parse(int argc, char** argv) {
@@ -54,6 +60,10 @@ Options parse(int argc, char** argv) {
             o.cycles = std::atoi(argv[++i]);
         else if (std::strcmp(argv[i], "--screenshot") == 0 && hasValue)
             o.screenshot = QString::fromLocal8Bit(argv[++i]);
+        else if (std::strcmp(argv[i], "--record") == 0 && hasValue)
+            o.record = QString::fromLocal8Bit(argv[++i]);
+        else if (std::strcmp(argv[i], "--video") == 0 && hasValue)
+            o.video = QString::fromLocal8Bit(argv[++i]);
         else if (std::strcmp(argv[i], "--verbose") == 0)
             o.verbose = true;
         else if (std::strcmp(argv[i], "--help") == 0) {
@@ -115,6 +125,10 @@ int main(int argc, char** argv) {
     link->setVerbose(options.verbose);
     link->getSocket()->setVerbose(options.verbose);
     link->setOverlapRendering(true);
+    if (!options.record.isEmpty())
+        link->setRecordFile(options.record);
+    if (!options.video.isEmpty() && !window.setVideoFile(options.video))
+        return 1;
     Totals totals;
     QObject::connect(
         link, &CommThread::cycleFinished, link,
@@ -191,6 +205,10 @@ int main(int argc, char** argv) {
                     totals.applyMs / n);
         if (saved)
             std::printf("screenshot saved to %s\n", qPrintable(options.screenshot));
+        if (!options.video.isEmpty())
+            std::printf("video: %d frames to %s\n", window.videoFrames(), qPrintable(options.video));
+        if (!options.record.isEmpty())
+            std::printf("session recorded to %s\n", qPrintable(options.record));
     }
     if (options.cycles > 0 && cycles < options.cycles) {
         std::fprintf(stderr, "demo_client: the link ended after %d of %d cycles\n", qMax(cycles, 0),

@@ -12,6 +12,13 @@
 #include <cstring>
 #include <limits>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <sys/mman.h>
+#include <unistd.h>
+
 namespace Orlavex {
 
 namespace {
@@ -22,30 +29,40 @@ namespace {
 // socket's own select until data arrives or the slice ends.
 constexpr int kSliceMs = 40;
 
-// Copies a field into `buf` when it consists only of characters that a plain
-// decimal number can hold; anything else goes the slow, fully general way.
-bool plainAscii(const QChar* text, int length, char* buf, int capacity) {
-    if (length <= 0 || length >= capacity)
-        return false;
-    for (int i = 0; i < length; ++i) {
-        const ushort c = text[i].unicode();
-        if (!((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E'))
-            return false;
-        buf[i] = char(c);
+// Fields at least this long are left to Qt's conversion.
+constexpr int kFastField = 64;
+
+// Narrows UTF-16 to bytes for the fast conversion. A unit that is not Latin-1
+// becomes 0x00 or 0xFF, never a digit, a sign, a point, an exponent or a
+// comma: a field that holds one fails the fast conversion and goes to Qt with
+// its original characters, and no separator appears that was not there.
+void narrow(const QChar* text, int length, char* out) {
+    const auto* src = reinterpret_cast<const ushort*>(text);
+    int i = 0;
+#ifdef __SSE2__
+    // The pack saturates as signed: 0x0100-0x7FFF give 0xFF, 0x8000 up give 0.
+    for (; i + 16 <= length; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 8));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(a, b));
     }
-    return true;
+#endif
+    for (; i < length; ++i)
+        out[i] = char(src[i] > 0xFF ? 0xFF : src[i]);
 }
 
 // Common numbers are read with std::from_chars, which rounds correctly like
-// Qt's own conversion. Results where Qt applies its own rules (zero, values
-// outside the normal range, anything from_chars rejects) are left to Qt.
-bool fastDouble(const QChar* text, int length, double* out) {
-    char buf[64];
-    if (!plainAscii(text, length, buf, int(sizeof buf)))
+// Qt's own conversion. Results where Qt applies its own rules (values outside
+// the normal range, anything from_chars does not take whole) are left to Qt.
+// Taken whole with a normal or zero result, a field holds only digits, one
+// minus, a point and an exponent: "inf" and "nan" are not normal, and a plus,
+// a space or a hexadecimal prefix stop from_chars early.
+Q_ALWAYS_INLINE bool fastDouble(const char* text, int length, double* out) {
+    if (!text || length <= 0 || length >= kFastField)
         return false;
     double d = 0;
-    const auto r = std::from_chars(buf, buf + length, d);
-    if (r.ec != std::errc() || r.ptr != buf + length || !(std::isnormal(d) || d == 0))
+    const auto r = std::from_chars(text, text + length, d);
+    if (r.ec != std::errc() || r.ptr != text + length || !(std::isnormal(d) || d == 0))
         return false;
     *out = d;
     return true;
@@ -146,6 +163,9 @@ void SocketClass::connectToServer() {
         // algorithm and the peer's delayed ACK: at internet latency that
         // costs a round trip per string.
         m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        // Qt's own read buffer holds what the kernel had before we take it;
+        // bounded, a string of many MiB is not held twice on its way in.
+        m_socket->setReadBufferSize(kNormalBuffer * 16);
     } else {
         qDebug("Failed to connect per 1 second.");
         qDebug("%s", m_socket->errorString().toLocal8Bit().constData());
@@ -301,9 +321,35 @@ bool SocketClass::readString(char terminal, QString* out) {
     const char* src = nullptr;
     int length = 0;
     const bool complete = receiveString(terminal, &src, &length);
-    *out = QLatin1String(src, length); // reuses the string's room when it fits
+    widen(src, length, out);
     releaseLargeBuffer();
     return complete;
+}
+
+void SocketClass::widen(const char* src, int length, QString* out) {
+    if (length <= kLargeBuffer) {
+        *out = QLatin1String(src, length); // reuses the string's room when it fits
+        return;
+    }
+    // A string of many MiB: widened piece by piece, and each piece of the
+    // receive buffer that has been copied is handed back to the system at
+    // once, so the narrow and the wide copy are never both resident whole.
+    // (The buffer's pages read as zeros afterwards; releaseLargeBuffer drops
+    // it next, keeping only what follows the string.)
+    out->resize(length);
+    QChar* dst = out->data();
+    const long page = ::sysconf(_SC_PAGESIZE);
+    constexpr int kPiece = 1 << 20;
+    for (int done = 0; done < length;) {
+        const int n = qMin(kPiece, length - done);
+        for (int i = 0; i < n; ++i)
+            dst[done + i] = QLatin1Char(src[done + i]);
+        done += n;
+        const auto first = (reinterpret_cast<quintptr>(src) + quintptr(page) - 1) & ~quintptr(page - 1);
+        const auto end = (reinterpret_cast<quintptr>(src) + quintptr(done)) & ~quintptr(page - 1);
+        if (end > first)
+            ::madvise(reinterpret_cast<void*>(first), end - first, MADV_DONTNEED);
+    }
 }
 
 void SocketClass::releaseLargeBuffer() {
@@ -442,9 +488,9 @@ int SocketClass::getNumValue(QString* data) {
         const int head = int(comma - src);
         m_scratch = QLatin1String(src, head);
         num = toInt(m_scratch.constData(), head);
-        *data = QLatin1String(comma + 1, length - head - 1);
+        widen(comma + 1, length - head - 1, data);
     } else {
-        *data = QLatin1String(src, length);
+        widen(src, length, data);
         num = toInt(data->constData(), data->size());
     }
     releaseLargeBuffer();
@@ -458,23 +504,80 @@ int SocketClass::getNumValue(QString* data) {
 namespace {
 // The conversions of toFloat and toDouble, telling also whether the field
 // was a number (for the anomaly count; the value is the same either way).
-template <typename T> T convert(const QChar* text, int length, bool* ok);
-template <> float convert<float>(const QChar* text, int length, bool* ok) {
+// `narrowed` is the field's text as bytes (see narrow()), or null when it is
+// not at hand; `text` is the same field as it arrived, for Qt.
+template <typename T> T convert(const QChar* text, const char* narrowed, int length, bool* ok);
+template <>
+inline float convert<float>(const QChar* text, const char* narrowed, int length, bool* ok) {
     double d;
     *ok = true;
-    if (fastDouble(text, length, &d) &&
+    if (fastDouble(narrowed, length, &d) &&
         (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
                     std::fabs(d) <= double(std::numeric_limits<float>::max()))))
         return float(d);
     return QString::fromRawData(text, qMax(0, length)).toFloat(ok);
 }
-template <> double convert<double>(const QChar* text, int length, bool* ok) {
+template <>
+inline double convert<double>(const QChar* text, const char* narrowed, int length, bool* ok) {
     double d;
     *ok = true;
-    if (fastDouble(text, length, &d))
+    if (fastDouble(narrowed, length, &d))
         return d;
     return QString::fromRawData(text, qMax(0, length)).toDouble(ok);
 }
+
+// A payload read field by field through a window narrowed to bytes a block
+// at a time: each character is narrowed once (SIMD), commas are found with
+// memchr and fields converted in place, in constant memory whatever the
+// payload's size. A field that straddles the window's end is narrowed again
+// from its start; one longer than the window is only searched through.
+class FieldScanner {
+public:
+    FieldScanner(const QChar* text, int length) : m_text(text), m_length(length) {}
+
+    // The first comma at or after `pos`, or -1.
+    int comma(int pos) {
+        if (pos < m_begin || pos > m_end)
+            fill(pos);
+        for (;;) {
+            const int from = qMax(pos, m_begin);
+            if (from < m_end) {
+                const void* hit = std::memchr(m_window + (from - m_begin), ',', size_t(m_end - from));
+                if (hit)
+                    return m_begin + int(static_cast<const char*>(hit) - m_window);
+            }
+            if (m_end >= m_length)
+                return -1;
+            // Start the window at the field, unless it starts there already:
+            // then the field is too long to convert fast and the search moves on.
+            fill(pos > m_begin ? pos : m_end);
+        }
+    }
+
+    // The narrowed text of [pos, end), or null when the field is too long
+    // (or empty) for the fast conversion.
+    const char* text(int pos, int end) {
+        if (end - pos <= 0 || end - pos >= kFastField)
+            return nullptr;
+        if (pos < m_begin || end > m_end)
+            fill(pos);
+        return m_window + (pos - m_begin);
+    }
+
+private:
+    void fill(int from) {
+        m_begin = from;
+        m_end = qMin(m_length, from + kWindow);
+        narrow(m_text + from, m_end - from, m_window);
+    }
+
+    static constexpr int kWindow = 8192;
+    static_assert(kWindow > kFastField, "a fast field must fit in the window");
+    const QChar* m_text;
+    int m_length;
+    int m_begin = 0, m_end = 0;
+    char m_window[kWindow];
+};
 
 // Standard output goes through the output thread: a pipe that nobody reads
 // must never stall the link thread.
@@ -492,6 +595,7 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
     const int last = length - 1; // the terminal, never part of a last field
     int pos = 0;
     bool failed = false;
+    FieldScanner scan(s, length);
 
     values->resize(n);
     T* out = values->data();
@@ -515,7 +619,7 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
         if (runsToEnd) {
             fieldEnd = qMax(pos, last);
         } else {
-            fieldEnd = data->indexOf(QLatin1Char(','), pos);
+            fieldEnd = scan.comma(pos);
             if (fieldEnd < 0) {
                 failed = true;
                 --i; // report and zero this field through the branch above
@@ -523,7 +627,7 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
             }
         }
         bool ok;
-        out[i] = convert<T>(s + pos, fieldEnd - pos, &ok);
+        out[i] = convert<T>(s + pos, scan.text(pos, fieldEnd), fieldEnd - pos, &ok);
         if (!ok)
             ++m_anomalies; // not a number, or (the last field) surplus fields
         if (m_verbose)
@@ -542,7 +646,7 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
         if (j == m - 1) {
             fieldEnd = qMax(pos, last);
         } else {
-            fieldEnd = data->indexOf(QLatin1Char(','), pos);
+            fieldEnd = scan.comma(pos);
             if (fieldEnd < 0)
                 fieldEnd = length; // runs to the end, terminal included
         }
@@ -571,12 +675,20 @@ void SocketClass::appendFixed6(QByteArray& out, double value) {
 
 float SocketClass::toFloat(const QChar* text, int length) {
     bool ok;
-    return convert<float>(text, length, &ok);
+    char narrowed[kFastField];
+    const bool fits = length > 0 && length < kFastField;
+    if (fits)
+        narrow(text, length, narrowed);
+    return convert<float>(text, fits ? narrowed : nullptr, length, &ok);
 }
 
 double SocketClass::toDouble(const QChar* text, int length) {
     bool ok;
-    return convert<double>(text, length, &ok);
+    char narrowed[kFastField];
+    const bool fits = length > 0 && length < kFastField;
+    if (fits)
+        narrow(text, length, narrowed);
+    return convert<double>(text, fits ? narrowed : nullptr, length, &ok);
 }
 
 int SocketClass::toInt(const QChar* text, int length) {

@@ -140,6 +140,7 @@ private:
     void parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints, int m);
     qint64 buffered() const;
     void releaseLargeBuffer();
+    void widen(const char* src, int length, QString* out);
     static constexpr int kNormalBuffer = 64 * 1024;
     static constexpr int kLargeBuffer = 4 * 1024 * 1024;
     bool pollClose();

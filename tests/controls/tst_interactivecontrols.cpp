@@ -1,9 +1,12 @@
 // The input widgets with real key presses and clicks: what each one sends,
-// when, and how the number field marks unsent and sent values.
+// when, and how the number field marks unsent and sent values. The read-out:
+// its text and the life of its label.
 #include <Orlavex/Orlavex.h>
 
+#include "Fixtures.h"
 #include "GuiTestMain.h"
 
+#include <QLabel>
 #include <QLineEdit>
 #include <QSlider>
 
@@ -20,19 +23,18 @@ QColor shadeOf(NumberField& field) {
 
 using Sent = QList<QPair<double, int>>;
 
+// The arguments of every emission, as (value, index); the index is 0 for
+// signals that carry none.
 Sent collect(QSignalSpy& spy) {
     Sent out;
     for (const QList<QVariant>& args : spy)
-        out << qMakePair(args.at(0).toDouble(), args.at(1).toInt());
+        out << qMakePair(args.at(0).toDouble(), args.value(1).toInt());
     return out;
 }
 
-QList<bool> collectBools(QSignalSpy& spy) {
-    QList<bool> out;
-    for (const QList<QVariant>& args : spy)
-        out << args.at(0).toBool();
-    return out;
-}
+// Names arrive as UTF-8 and are read through a pointer taken beforehand.
+const char* const kUtf8Name = "Gr\xc3\xb6\xc3\x9f"
+                              "e";
 } // namespace
 
 class TestInteractiveControls : public QObject {
@@ -41,7 +43,7 @@ private slots:
     void confirmKeysSendOnce_data() {
         QTest::addColumn<int>("key");
         QTest::addColumn<int>("modifiers");
-        QTest::addColumn<int>("index");
+        QTest::addColumn<int>("index"); // -1: never set
         QTest::newRow("Return, index 3") << int(Qt::Key_Return) << int(Qt::NoModifier) << 3;
         QTest::newRow("Enter, index 0") << int(Qt::Key_Enter) << int(Qt::KeypadModifier) << 0;
         QTest::newRow("Return, index never set")
@@ -87,31 +89,27 @@ private slots:
     // was given, and is applied once only.
     void storedRange_data() {
         QTest::addColumn<int>("index");
-        QTest::addColumn<bool>("callSetRange");
-        QTest::addColumn<double>("first");
-        QTest::addColumn<double>("expMax");
-        QTest::addColumn<double>("expValue");
-        QTest::newRow("index 3, inside") << 3 << false << 0.5 << 1.0 << 0.5;
-        QTest::newRow("index 3, clamped") << 3 << false << 5.0 << 1.0 << 1.0;
-        QTest::newRow("index 3, setRange(-5, 5)") << 3 << true << 7.0 << 5.0 << 5.0;
-        QTest::newRow("index -1") << -1 << false << 5.0 << 99.99 << 5.0;
-        QTest::newRow("index 0") << 0 << false << 5.0 << 99.99 << 5.0;
-        QTest::newRow("index 0, setRange(-5, 5)") << 0 << true << 7.0 << 5.0 << 5.0;
+        QTest::addColumn<bool>("callSetRange");      // setRange(-5, 5)
+        QTest::addColumn<QVector<double>>("values"); // first value, then maximum and value
+        QTest::newRow("index 3, inside") << 3 << false << QVector<double>{0.5, 1.0, 0.5};
+        QTest::newRow("index 3, clamped") << 3 << false << QVector<double>{5.0, 1.0, 1.0};
+        QTest::newRow("index 3, setRange") << 3 << true << QVector<double>{7.0, 5.0, 5.0};
+        QTest::newRow("index -1") << -1 << false << QVector<double>{5.0, 99.99, 5.0};
+        QTest::newRow("index 0") << 0 << false << QVector<double>{5.0, 99.99, 5.0};
+        QTest::newRow("index 0, setRange") << 0 << true << QVector<double>{7.0, 5.0, 5.0};
     }
     void storedRange() {
         QFETCH(int, index);
         QFETCH(bool, callSetRange);
-        QFETCH(double, first);
-        QFETCH(double, expMax);
-        QFETCH(double, expValue);
+        QFETCH(QVector<double>, values);
         NumberField field;
         field.setIndex(index);
         if (callSetRange)
             field.setRange(-5.0, 5.0);
         QSignalSpy sent(&field, &NumberField::sigValueChanged);
-        field.setValue(first);
-        QCOMPARE(field.maximum(), expMax);
-        QCOMPARE(field.value(), expValue);
+        field.setValue(values[0]);
+        QCOMPARE(field.maximum(), values[1]);
+        QCOMPARE(field.value(), values[2]);
         // Widened behind the field's back: the range is not applied again.
         static_cast<QDoubleSpinBox&>(field).setRange(0.0, 100.0);
         field.setValue(50.0);
@@ -119,13 +117,18 @@ private slots:
         QCOMPARE(sent.count(), 0);
     }
 
-    void exclusiveRadioButtonsSendTwoValues() {
+    // Exclusive radio buttons: a new choice sends 0 for the old button, then 1
+    // for the new one. The check box sends the negation of its state, the
+    // pause button its state.
+    void clickedButtons() {
         Panel panel;
         ButtonGroup group;
         RadioButton a, b;
+        auto* box = new CheckBox;
+        auto* pause = new PauseButton;
         a.setIndex(4);
         b.setIndex(7);
-        Sent sent; // one list for both, so that the order of the entries shows
+        Sent sent; // one list for both radio buttons, so that the order shows
         for (RadioButton* r : {&a, &b}) {
             r->setText(QStringLiteral("option"));
             panel.addWidget(r);
@@ -133,81 +136,120 @@ private slots:
             connect(r, &RadioButton::sigValueChanged, this,
                     [&sent](double v, int i) { sent << qMakePair(v, i); });
         }
-        panel.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        panel.addWidget(box);
+        panel.addWidget(pause);
+        QCOMPARE(pause->text(), QStringLiteral("play"));
+        QVERIFY(fixture::show(panel));
+        QSignalSpy boxSent(box, &CheckBox::sigValueChanged);
+        QSignalSpy pauseSent(pause, &PauseButton::sigValueChanged);
         QTest::mouseClick(&a, Qt::LeftButton);
         QCOMPARE(sent, (Sent{{1.0, 4}}));
         QTest::mouseClick(&b, Qt::LeftButton);
         QCOMPARE(sent, (Sent{{1.0, 4}, {0.0, 4}, {1.0, 7}}));
         QTest::mouseClick(&b, Qt::LeftButton); // already checked: no change
         QCOMPARE(sent.size(), 3);
-    }
-
-    // The check box sends the negation of its state; the pause button its state.
-    void checkBoxAndPauseButton() {
-        Panel panel;
-        auto* box = new CheckBox;
-        auto* pause = new PauseButton;
-        panel.addWidget(box);
-        panel.addWidget(pause);
-        QCOMPARE(pause->text(), QStringLiteral("play"));
-        panel.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&panel));
-        QSignalSpy boxSent(box, &CheckBox::sigValueChanged);
-        QSignalSpy pauseSent(pause, &PauseButton::sigValueChanged);
         QTest::mouseClick(box, Qt::LeftButton);
         QTest::mouseClick(pause, Qt::LeftButton);
         QCOMPARE(pause->text(), QStringLiteral("Pause"));
         QTest::mouseClick(box, Qt::LeftButton);
         QTest::mouseClick(pause, Qt::LeftButton);
         QCOMPARE(pause->text(), QStringLiteral("Play"));
-        QCOMPARE(collectBools(boxSent), (QList<bool>{false, true}));
-        QCOMPARE(collectBools(pauseSent), (QList<bool>{true, false}));
+        QCOMPARE(collect(boxSent), (Sent{{0, 0}, {1, 0}}));
+        QCOMPARE(collect(pauseSent), (Sent{{1, 0}, {0, 0}}));
+        QString* names[] = {a.getGroupName(), box->getVarName()};
+        a.setGroupName(kUtf8Name);
+        box->setVarName(kUtf8Name);
+        for (QString* name : names)
+            QCOMPARE(*name, QString::fromUtf8(kUtf8Name));
     }
 
     void slider_data() {
-        QTest::addColumn<int>("minimum");
-        QTest::addColumn<int>("maximum");
+        QTest::addColumn<QVector<int>>("range");
         QTest::addColumn<int>("value");
         QTest::addColumn<int>("position");
-        QTest::newRow("above range") << 0 << 99 << 150 << 99;
-        QTest::newRow("below range") << 10 << 20 << -3 << 10;
-        QTest::newRow("inside range") << -50 << 50 << -20 << -20;
+        QTest::newRow("above range") << QVector<int>{0, 99} << 150 << 99;
+        QTest::newRow("below range") << QVector<int>{10, 20} << -3 << 10;
+        QTest::newRow("inside range") << QVector<int>{-50, 50} << -20 << -20;
     }
     void slider() {
-        QFETCH(int, minimum);
-        QFETCH(int, maximum);
+        QFETCH(QVector<int>, range);
         QFETCH(int, value);
         QFETCH(int, position);
         Slider slider(Qt::Vertical, QStringLiteral("Mass"));
         auto* inner = slider.findChild<QSlider*>();
-        slider.setMinimum(minimum);
-        slider.setMaximum(maximum);
+        slider.setMinimum(range[0]);
+        slider.setMaximum(range[1]);
         slider.setValue(value);
         QCOMPARE(inner->value(), position);
         QCOMPARE(slider.getValue(), double(value));
-        inner->setValue(minimum + 1); // as if moved by hand
+        inner->setValue(range[0] + 1); // as if moved by hand
         QCOMPARE(slider.getValue(), double(value));
     }
 
-    // A pointer taken before a rename sees the new name; null empties it.
-    void names() {
-        RadioButton radio;
-        CheckBox check;
-        Dialog dialog;
-        QString* names[] = {radio.getGroupName(), check.getVarName(), dialog.getVarName()};
-        const char* utf8 = "Gr\xc3\xb6\xc3\x9f"
-                           "e";
-        radio.setGroupName(utf8);
-        check.setVarName(utf8);
-        dialog.setVarName(utf8);
-        for (QString* name : names)
-            QCOMPARE(*name, QString::fromUtf8("Größe"));
-        radio.setGroupName(nullptr);
-        check.setVarName(nullptr);
-        dialog.setVarName(nullptr);
-        for (QString* name : names)
-            QVERIFY(name->isEmpty());
+    // Setters wait for the next value; a null prefix drops the one before.
+    void readOutText_data() {
+        QTest::addColumn<QByteArray>("format"); // empty: the default; else the letter and precision
+        QTest::addColumn<QByteArray>("prefix"); // null: setPrefix(nullptr)
+        QTest::addColumn<QByteArray>("suffix");
+        QTest::addColumn<double>("value");
+        QTest::addColumn<QString>("expected");
+        const QByteArray none;
+        QTest::newRow("default, whole") << none << none << none << 2.0 << "2.00";
+        QTest::newRow("default, negative") << none << none << none << -0.5 << "-0.50";
+        QTest::newRow("e 3") << QByteArray("e3") << none << none << 1234.56 << "1.235e+03";
+        QTest::newRow("prefix and suffix run together")
+            << none << QByteArray("t=") << QByteArray(" s") << 1.5 << "t=1.50 s";
+        QTest::newRow("UTF-8 suffix") << QByteArray("f1") << none
+                                      << QByteArray("\xc2\xb0"
+                                                    "C")
+                                      << 21.24 << QString::fromUtf8("21.2°C");
+        // A precision in the millions would build a string of that length.
+        QTest::newRow("huge precision")
+            << QByteArray("f1000000000") << none << none << 1.0 << "1." + QString(99, '0');
+    }
+    void readOutText() {
+        QFETCH(QByteArray, format);
+        QFETCH(QByteArray, prefix);
+        QFETCH(QByteArray, suffix);
+        QFETCH(double, value);
+        QFETCH(QString, expected);
+        DisplayDouble readout;
+        QVERIFY(readout.getLabel()->text().isEmpty());
+        readout.setPrefix("stale");
+        readout.setValue(value);
+        const QString before = readout.getLabel()->text();
+        if (!format.isEmpty())
+            readout.setFormat(format.at(0), format.mid(1).toInt());
+        readout.setPrefix(prefix.isNull() ? nullptr : prefix.constData());
+        if (!suffix.isEmpty())
+            readout.setSufix(suffix.constData());
+        QCOMPARE(readout.getLabel()->text(), before);
+        readout.setValue(value);
+        QCOMPARE(readout.getLabel()->text(), expected);
+    }
+
+    // Copies share the label; the last copy deletes it unless a widget tree holds it.
+    void readOutLabelLife() {
+        QPointer<QLabel> label, placed;
+        Panel panel;
+        {
+            DisplayDouble readout, other;
+            label = readout.getLabel();
+            QPointer<QLabel> otherLabel = other.getLabel();
+            other = readout; // the old label has no other holder and no parent
+            QVERIFY(otherLabel.isNull());
+            QCOMPARE(other.getLabel(), label.data());
+            DisplayDouble inPanel;
+            placed = inPanel.getLabel();
+            panel.addWidget(placed);
+        }
+        QVERIFY(label.isNull());
+        QVERIFY(!placed.isNull());
+
+        DisplayDouble readout;
+        delete readout.getLabel();
+        QVERIFY(!readout.getLabel());
+        readout.setValue(1.0); // nothing to show it in, and no crash
     }
 };
 

@@ -2,18 +2,15 @@
 // button panel, the scene lock around every render and a screenshot.
 #include <Orlavex/Orlavex.h>
 
+#include "Fixtures.h"
 #include "GuiTestMain.h"
 #include "ScreenshotProbe.h"
 
+#include "VtkHeaders.h"
+
 #include <QPushButton>
 
-#include <vtkActor.h>
 #include <vtkCallbackCommand.h>
-#include <vtkCamera.h>
-#include <vtkPolyDataMapper.h>
-#include <vtkProperty.h>
-#include <vtkRendererCollection.h>
-#include <vtkSphereSource.h>
 
 #include <thread>
 
@@ -52,45 +49,34 @@ void addSphere(vtkRenderer* renderer, double r, double g, double b) {
     renderer->AddActor(actor);
     renderer->ResetCamera();
 }
-
-bool show(QWidget& w) {
-    w.resize(400, 300);
-    w.show();
-    return QTest::qWaitForWindowExposed(&w);
-}
 } // namespace
 
 class TestCanvas : public QObject {
     Q_OBJECT
 
 private slots:
-    void newCanvasHasOwnWhiteRenderer() {
-        Canvas a, b;
-        QCOMPARE(QVector<double>(a.renderer->GetBackground(), a.renderer->GetBackground() + 3),
-                 (QVector<double>{1, 1, 1}));
-        QCOMPARE(a.renderWindow()->GetRenderers()->GetNumberOfItems(), 1);
-        QCOMPARE(a.renderWindow()->GetRenderers()->GetFirstRenderer(), a.renderer);
-        QVERIFY(a.renderWindow() != b.renderWindow());
-        // Restoring from settings never saved keeps the present camera.
-        addSphere(a.renderer, 0, 1, 0);
-        vtkCamera* camera = active(&a);
-        const QVector<double> before = view(camera);
-        a.SetCamera();
-        a.SetCamera0();
-        QCOMPARE(active(&a), camera);
-        QVERIFY(same(view(camera), before));
-    }
-
     void restoreReturnsToSavedView_data() {
         QTest::addColumn<bool>("tenValues");
         QTest::newRow("move and clip") << false;
         QTest::newRow("SetCamera with ten values") << true;
     }
+    // Each canvas has a renderer and window of its own. Restoring before
+    // anything was saved keeps the present camera; after a save it returns to
+    // the saved view.
     void restoreReturnsToSavedView() {
         QFETCH(bool, tenValues);
-        Canvas canvas;
+        Canvas canvas, other;
+        QVERIFY(canvas.renderer != other.renderer && canvas.renderWindow() != other.renderWindow());
+        vtkRendererCollection* renderers = canvas.renderWindow()->GetRenderers();
+        QVERIFY(renderers->GetNumberOfItems() == 1 &&
+                renderers->GetFirstRenderer() == canvas.renderer);
         addSphere(canvas.renderer, 1, 0, 0);
-        QVERIFY(show(canvas));
+        vtkCamera* camera = active(&canvas);
+        const QVector<double> initial = view(camera);
+        canvas.SetCamera();
+        canvas.SetCamera0();
+        QVERIFY(active(&canvas) == camera && same(view(camera), initial));
+        QVERIFY(fixture::show(canvas, {400, 300}));
         active(&canvas)->Elevation(20);
         active(&canvas)->SetClippingRange(0.125, 45.5);
         canvas.GetCamera();
@@ -131,7 +117,7 @@ private slots:
             ++renders;
         });
         canvas.renderWindow()->AddObserver(vtkCommand::StartEvent, command);
-        QVERIFY(show(canvas));
+        QVERIFY(fixture::show(canvas, {400, 300}));
         QImage image;
         auto centre = [&] { return image.pixelColor(image.width() / 2, image.height() / 2); };
         QTRY_VERIFY((image = canvas.grab().toImage(), probe::near(centre(), Qt::red)));
@@ -159,12 +145,12 @@ private slots:
     void buttonPanel() {
         CanvasButtons panel;
         QCOMPARE(panel.renderer, panel.canvas->renderer);
-        QCOMPARE(panel.saveButton->text(), QStringLiteral("Save camera settings"));
-        QCOMPARE(panel.restoreButton->text(), QStringLiteral("Restore camera settings"));
-        QCOMPARE(panel.restoreInitialButton->text(),
-                 QStringLiteral("Restore initial camera settings"));
+        QCOMPARE((QStringList{panel.saveButton->text(), panel.restoreButton->text(),
+                              panel.restoreInitialButton->text()}),
+                 (QStringList{"Save camera settings", "Restore camera settings",
+                              "Restore initial camera settings"}));
         addSphere(panel.renderer, 1, 1, 0);
-        QVERIFY(show(panel));
+        QVERIFY(fixture::show(panel, {400, 300}));
         // One row above the canvas: save, restore, restore initial.
         auto rect = [&](QWidget* w) { return QRect(w->mapTo(&panel, QPoint()), w->size()); };
         const QRect save = rect(panel.saveButton), restore = rect(panel.restoreButton),

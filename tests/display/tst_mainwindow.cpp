@@ -1,34 +1,28 @@
-// The main window: render-pass semantics, closing, layout policy, and a whole
+// The main window: render-pass semantics, closing, and a whole
 // front-end driven by the server class (canvas, trail plot and read-out
 // screenshots). Its prompt shutdown is checked with the link thread's.
 #include <Orlavex/Orlavex.h>
 
 #include "CycleServer.h"
+#include "Fixtures.h"
 #include "GuiTestMain.h"
 #include "ScreenshotProbe.h"
 #include "StdoutCapture.h"
 
 #include <QElapsedTimer>
 #include <QLabel>
-#include <QPointer>
-#include <QVBoxLayout>
 
 #include <qwt_plot_curve.h>
 #include <vtkCamera.h>
 
 #include <thread>
 
+using Window = fixture::OwningWindow;
+
 namespace {
 double initialCameraZ(Canvas& c) {
     return c.initialCameraSettings() ? c.initialCameraSettings()->position[2] : -1;
 }
-
-// A main window whose link thread goes with it, as in a client application,
-// which deletes the thread after app.exec() returns.
-class Window : public MainWindow {
-public:
-    ~Window() override { delete commThread; }
-};
 
 // Runs one render pass as the link thread asks for it.
 void renderPass(Window& w) {
@@ -117,16 +111,6 @@ private slots:
         QCOMPARE(quiet.take(), QByteArray());
     }
 
-    void layoutPolicy() {
-        Window w;
-        w.setLayoutPolicy("HBox");
-        QPointer<QLayout> first = w.centralWidget()->layout();
-        QVERIFY(qobject_cast<QHBoxLayout*>(first.data()));
-        w.setLayoutPolicy("VBox");
-        QVERIFY(first.isNull());
-        QVERIFY(qobject_cast<QVBoxLayout*>(w.centralWidget()->layout()));
-    }
-
     // A whole front-end: the server moves a red sphere, feeds a trail and a
     // read-out; every cycle ends in a render pass and a re-plot.
     void endToEnd() {
@@ -170,9 +154,7 @@ private slots:
         view->canvas->SetCamera(0, 0, 10, 0, 0, 0, 0, 1, 0, 30);
         link->setServerAddress("local");
         link->setServerPort(server.port());
-        w.resize(600, 800);
-        w.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        QVERIFY(fixture::show(w, {600, 800}));
         link->start();
 
         QTRY_VERIFY_WITH_TIMEOUT(trail.getCurve()->dataSize() > 20, 60000);

@@ -7,6 +7,7 @@
 
 #include <QElapsedTimer>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -88,6 +89,7 @@ private slots:
         QTest::addColumn<bool>("window");
         QTest::newRow("never started") << "never started" << false;
         QTest::newRow("cycling, event loop never quit") << "cycling" << false;
+        QTest::newRow("asked by the link thread itself") << "self" << false;
         for (bool window : {false, true}) {
             const char* owner = window ? "window" : "thread";
             QTest::addRow("%s: paused", owner) << "paused" << window;
@@ -118,6 +120,15 @@ private slots:
                 Qt::BlockingQueuedConnection);
         if (state == "paused")
             thread->updatePause(false);
+        std::atomic<bool> returned{false};
+        if (state == "self") // a receiver that ends the link from the link thread
+            connect(
+                thread, &CommThread::dataUpdated, thread,
+                [&] {
+                    thread->shutdown();
+                    returned = true;
+                },
+                Qt::DirectConnection);
         if (window)
             w->show();
         if (state != "never started")
@@ -126,6 +137,8 @@ private slots:
             QTRY_VERIFY(cycling->cycles() > 3);
         if (state == "render")
             QTRY_VERIFY(renders.loadAcquire() > 2); // the next hand-over is then pending
+        if (state == "self")
+            QTRY_VERIFY(returned.load() && thread->isFinished());
         QElapsedTimer timer;
         timer.start();
         if (window)

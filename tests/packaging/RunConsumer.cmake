@@ -8,6 +8,8 @@ if(rc)
 endif()
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
   -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_BUILD_TYPE=Release
+  # A library built with a sanitizer needs its runtime in the program too.
+  "-DCMAKE_CXX_FLAGS=${SANITIZER_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${SANITIZER_FLAGS}"
   RESULT_VARIABLE rc)
 if(rc)
   message(FATAL_ERROR "configure failed: ${rc}")

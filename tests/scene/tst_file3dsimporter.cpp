@@ -2,32 +2,22 @@
 // other tools, and on files that cannot give a mesh.
 #include <Orlavex/Orlavex.h>
 
+#include "Fixtures.h"
 #include "ThreeDSWriter.h"
-
-#include <QFile>
-#include <QTemporaryDir>
-#include <QtTest>
-
-#include <vtkActor.h>
-#include <vtkActorCollection.h>
-#include <vtkMapper.h>
-#include <vtkPolyData.h>
-#include <vtkProperty.h>
-#include <vtkRenderer.h>
-#include <vtkSmartPointer.h>
+#include "VtkHeaders.h"
 
 namespace {
 QStringList g_messages;
 
 // Collects the Qt messages written while it lives.
-struct MessageCounter {
+struct MessageLog {
     QtMessageHandler previous;
-    MessageCounter() {
+    MessageLog() {
         g_messages.clear();
         previous = qInstallMessageHandler(
             [](QtMsgType, const QMessageLogContext&, const QString& text) { g_messages << text; });
     }
-    ~MessageCounter() { qInstallMessageHandler(previous); }
+    ~MessageLog() { qInstallMessageHandler(previous); }
 };
 
 vtkIdType pointCount(vtkActor* actor) {
@@ -39,89 +29,71 @@ vtkIdType pointCount(vtkActor* actor) {
     return data ? data->GetNumberOfPoints() : -1;
 }
 
-QVector<double> rgb(const double* c) {
-    return {c[0], c[1], c[2]};
-}
-
 QString testData(const QString& file) {
-    const QString dir = qEnvironmentVariable("ORLAVEX_TESTDATA", "/work/shared/testdata");
-    return dir + QStringLiteral("/3ds/") + file;
+    return qEnvironmentVariable("ORLAVEX_TESTDATA", "/work/shared/testdata") + "/3ds/" + file;
 }
 
 // The meshes of a written file have 3 + 2·index vertices, so the point count
 // tells which of them was adopted. VTK's importer adds the actors of a file's
 // meshes in the reverse order of the file, so the actor it adds last, the
 // one adopted, shows the file's first mesh.
-QByteArray writeFans(const QString& path, int meshes) {
+QByteArray writeFans(const QString& name, int meshes) {
     ThreeDSWriter writer;
     writer.addMaterial({"Paint", {{200, 30, 30}}});
     for (int i = 0; i < meshes; ++i)
         writer.addMesh(ThreeDSWriter::fan("fan" + std::to_string(i), 3 + 2 * i, float(i), 0.0f,
                                           0.5f, i % 2 ? "Paint" : ""));
-    return writer.save(path) ? path.toUtf8() : QByteArray();
+    return writer.saveTemp(name).toUtf8();
 }
 } // namespace
 
 class TestFile3DSImporter : public QObject {
     Q_OBJECT
-    QTemporaryDir m_dir;
-
-    QString path(const QString& name) const { return m_dir.filePath(name); }
 
 private slots:
+    // The importer adopts the actor that VTK adds last. Setters act on it
+    // alone (VTK shares one property among the meshes of one material), only
+    // it goes on the canvas, and a new file name gives the new file's mesh.
     void adoptsLastMesh() {
-        const QByteArray file = writeFans(path(QStringLiteral("fans.3ds")), 3);
-        QVERIFY(!file.isEmpty());
-        MessageCounter messages;
-        File3DSImporter model(file.constData());
-        QCOMPARE(g_messages, QStringList());
+        const QByteArray a = writeFans(QStringLiteral("fans.3ds"), 3);
+        ThreeDSWriter second;
+        second.addMesh(ThreeDSWriter::square("plate", 0, 0, 0, 1)); // adopted: 4 points
+        second.addMesh(ThreeDSWriter::fan("big", 9, 0, 0, 1));
+        const QByteArray b = second.saveTemp(QStringLiteral("b.3ds")).toUtf8();
+        QVERIFY(!a.isEmpty() && !b.isEmpty());
+        MessageLog messages;
+        File3DSImporter model(a.constData());
         QCOMPARE(model.getActors()->GetNumberOfItems(), 3);
         QCOMPARE(model.getActor(), model.getActors()->GetLastActor());
         QCOMPARE(model.getProperty(), model.getActor()->GetProperty());
         QCOMPARE(pointCount(model.getActor()), vtkIdType(3));
-
-        // Setters act on the adopted mesh; a mesh of another material keeps
-        // its look (VTK shares one property among the meshes of one material).
+        vtkSmartPointer<vtkActor> old = model.getActor();
         vtkActor* painted = vtkActor::SafeDownCast(model.getActors()->GetItemAsObject(1));
         QCOMPARE(pointCount(painted), vtkIdType(5));
-        const QVector<double> before = rgb(painted->GetProperty()->GetDiffuseColor());
+        const double* diffuse = painted->GetProperty()->GetDiffuseColor();
+        const QVector<double> before(diffuse, diffuse + 3), red{1, 0, 0};
         model.setColor(1, 0, 0);
-        QCOMPARE(rgb(model.getActor()->GetProperty()->GetColor()), (QVector<double>{1, 0, 0}));
-        QCOMPARE(rgb(painted->GetProperty()->GetDiffuseColor()), before);
-        QVERIFY(before != (QVector<double>{1, 0, 0}));
-
-        // Only the adopted mesh goes on the canvas.
-        auto renderer = vtkSmartPointer<vtkRenderer>::New();
+        const double* colour = model.getActor()->GetProperty()->GetColor();
+        QCOMPARE(QVector<double>(colour, colour + 3), red);
+        QCOMPARE(QVector<double>(diffuse, diffuse + 3), before);
+        QVERIFY(before != red);
+        vtkNew<vtkRenderer> renderer;
         model.setRenderer(renderer);
         model.paint();
         QCOMPARE(renderer->GetActors()->GetNumberOfItems(), 1);
         QCOMPARE(renderer->GetActors()->GetLastActor(), model.getActor());
-    }
 
-    void setFileNameAdoptsMeshOfNewFile() {
-        const QByteArray a = writeFans(path(QStringLiteral("a.3ds")), 2); // adopted: 3 points
-        ThreeDSWriter second;
-        second.addMesh(ThreeDSWriter::square("plate", 0, 0, 0, 1)); // adopted: 4 points
-        second.addMesh(ThreeDSWriter::fan("big", 9, 0, 0, 1));
-        const QString b = path(QStringLiteral("b.3ds"));
-        QVERIFY(second.save(b));
-
-        File3DSImporter model(a.constData());
-        vtkSmartPointer<vtkActor> old = model.getActor();
-        model.setColor(0, 1, 0);
-        MessageCounter messages;
-        model.setFileName(b.toUtf8().constData());
-        QCOMPARE(g_messages, QStringList());
+        model.setFileName(b.constData());
         QCOMPARE(model.getActors()->GetNumberOfItems(), 2);
         QCOMPARE(pointCount(model.getActor()), vtkIdType(4));
         model.setColor(0, 0, 1);
         QCOMPARE(model.getActor()->GetProperty()->GetColor()[2], 1.0);
-        QCOMPARE(old->GetProperty()->GetColor()[2], 0.0); // the first file's mesh is left alone
-
+        QCOMPARE(QVector<double>(colour, colour + 3), red); // the first file's mesh is left alone
         // Reading the first file again gives its mesh back, not a leftover.
         model.setFileName(a.constData());
-        QCOMPARE(model.getActors()->GetNumberOfItems(), 2);
+        QCOMPARE(model.getActors()->GetNumberOfItems(), 3);
         QCOMPARE(pointCount(model.getActor()), vtkIdType(3));
+        QCOMPARE(g_messages, QStringList());
     }
 
     // The counts listed in the test data's SOURCE.md.
@@ -129,15 +101,17 @@ private slots:
         QTest::addColumn<QString>("file");
         QTest::addColumn<int>("meshes");
         QTest::addColumn<int>("points");
-        QTest::newRow("CameraRollAnim") << "CameraRollAnim.3ds" << 1 << 26;
-        QTest::newRow("CameraRollAnimWithChildObject")
-            << "CameraRollAnimWithChildObject.3ds" << 2 << 26;
-        QTest::newRow("RotatingCube") << "RotatingCube.3DS" << 1 << 26;
-        QTest::newRow("TargetCameraAnim") << "TargetCameraAnim.3ds" << 1 << 26;
-        QTest::newRow("cube_with_diffuse_texture") << "cube_with_diffuse_texture.3DS" << 1 << 32;
-        QTest::newRow("cubes_with_alpha") << "cubes_with_alpha.3DS" << 5 << 26;
-        QTest::newRow("fels") << "fels.3ds" << 1 << 386;
-        QTest::newRow("test1") << "test1.3ds" << 9 << 32;
+        const std::tuple<const char*, int, int> files[] = {
+            {"CameraRollAnim.3ds", 1, 26},
+            {"CameraRollAnimWithChildObject.3ds", 2, 26},
+            {"RotatingCube.3DS", 1, 26},
+            {"TargetCameraAnim.3ds", 1, 26},
+            {"cube_with_diffuse_texture.3DS", 1, 32},
+            {"cubes_with_alpha.3DS", 5, 26},
+            {"fels.3ds", 1, 386},
+            {"test1.3ds", 9, 32}};
+        for (const auto& [file, meshes, points] : files)
+            QTest::newRow(file) << QString(file) << meshes << points;
     }
     void realFiles() {
         QFETCH(QString, file);
@@ -150,6 +124,8 @@ private slots:
         QCOMPARE(pointCount(model.getActor()), vtkIdType(points));
     }
 
+    // Each gives exactly one message, an actor that takes the setters, and
+    // after a good file an empty actor rather than the old mesh.
     void unusableFiles_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content"); // null: the file is not written
@@ -183,16 +159,16 @@ private slots:
     void unusableFiles() {
         QFETCH(QString, name);
         QFETCH(QByteArray, content);
-        const QByteArray file = name.isEmpty() ? QByteArray() : path(name).toUtf8();
+        const QByteArray file = name.isEmpty() ? QByteArray() : fixture::tempPath(name).toUtf8();
         const char* fileName = file.isEmpty() ? nullptr : file.constData();
         if (!content.isNull()) {
-            QFile out(path(name));
+            QFile out(file);
             QVERIFY(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
             out.write(content);
         }
-        auto renderer = vtkSmartPointer<vtkRenderer>::New();
+        vtkNew<vtkRenderer> renderer;
         {
-            MessageCounter messages;
+            MessageLog messages;
             File3DSImporter model(fileName);
             QCOMPARE(g_messages.size(), 1);
             QCOMPARE(model.getProperty(), model.getActor()->GetProperty());
@@ -202,10 +178,9 @@ private slots:
         }
         QCOMPARE(renderer->GetActors()->GetNumberOfItems(), 1);
 
-        // After a good file, a bad one leaves an empty actor, not the old mesh.
-        File3DSImporter model(writeFans(path(QStringLiteral("good.3ds")), 1).constData());
+        File3DSImporter model(writeFans(QStringLiteral("good.3ds"), 1).constData());
         vtkActor* good = model.getActor();
-        MessageCounter messages;
+        MessageLog messages;
         model.setFileName(fileName);
         QCOMPARE(g_messages.size(), 1);
         QVERIFY(model.getActor() != good);
@@ -219,10 +194,9 @@ private slots:
         hollow.faces.clear();
         writer.addMesh(ThreeDSWriter::fan("fan", 6, 0, 0, 1));
         writer.addMesh(hollow);
-        const QString file = path(QStringLiteral("hollow.3ds"));
-        QVERIFY(writer.save(file));
-        MessageCounter messages;
-        File3DSImporter model(file.toUtf8().constData());
+        const QByteArray file = writer.saveTemp(QStringLiteral("hollow.3ds")).toUtf8();
+        MessageLog messages;
+        File3DSImporter model(file.constData());
         QCOMPARE(g_messages.size(), 1);
         QVERIFY2(g_messages.first().contains("hollow"), qPrintable(g_messages.first()));
         QCOMPARE(pointCount(model.getActor()), vtkIdType(6));

@@ -1,27 +1,15 @@
 // PlanarGrid's geometry, glyph positions, value arrays and colour tables.
 #include <Orlavex/Orlavex.h>
 
-#include <QtTest>
-
 #include "ColourTableProbe.h"
+#include "VtkHeaders.h"
 
-#include <vtkActorCollection.h>
-#include <vtkDataSetMapper.h>
-#include <vtkFloatArray.h>
-#include <vtkGlyph3D.h>
-#include <vtkLookupTable.h>
-#include <vtkPoints.h>
-#include <vtkPolyData.h>
-#include <vtkRectilinearGrid.h>
-#include <vtkRenderer.h>
-#include <vtkSmartPointer.h>
+#include <QtTest>
 
 #include <memory>
 #include <stdexcept>
 
 using Floats = QVector<float>;
-
-using probe::colourNear;
 
 namespace {
 std::unique_ptr<PlanarGrid> makeGrid(float x0, float y0, float z0, float lx, float ly, float lz,
@@ -51,11 +39,15 @@ QString values(vtkFloatArray* a) {
     return text(out);
 }
 
-QString point(vtkPoints* points, vtkIdType id) {
-    double p[3];
-    points->GetPoint(id, p);
-    return text({float(p[0]), float(p[1]), float(p[2])});
+// Points from..from + count - 1, x y z each.
+QString points(vtkPoints* points, vtkIdType from, vtkIdType count = 1) {
+    Floats out;
+    for (vtkIdType id = from; id < from + count; ++id)
+        for (int c = 0; c < 3; ++c)
+            out << float(points->GetPoint(id)[c]);
+    return text(out);
 }
+
 } // namespace
 
 class TestPlanarGrid : public QObject {
@@ -63,49 +55,41 @@ class TestPlanarGrid : public QObject {
 
 private slots:
     void construction_data() {
-        QTest::addColumn<int>("nx");
-        QTest::addColumn<int>("ny");
-        QTest::addColumn<int>("nz");
+        QTest::addColumn<QVector<int>>("n"); // nx, ny, nz
         QTest::addColumn<int>("cells");
         QTest::addColumn<Floats>("xLines");
         QTest::addColumn<Floats>("zLines");
         QTest::addColumn<int>("glyphs");
-        QTest::addColumn<Floats>("firstGlyph");
-        QTest::addColumn<Floats>("secondGlyph");
+        QTest::addColumn<Floats>("firstGlyphs"); // the first two positions, or the only one
         // Origin (1, 2, 3), lengths (8, 6, 5) throughout.
-        QTest::newRow("4x3x0") << 4 << 3 << 0 << 12 << Floats{1, 3, 5, 7, 9} << Floats{3} << 6
-                               << Floats{2, 3, 3} << Floats{2, 5, 3};
-        QTest::newRow("10x8x1") << 10 << 8 << 1 << 80
+        QTest::newRow("4x3x0") << QVector<int>{4, 3, 0} << 12 << Floats{1, 3, 5, 7, 9} << Floats{3}
+                               << 6 << Floats{2, 3, 3, 2, 5, 3};
+        QTest::newRow("10x8x1") << QVector<int>{10, 8, 1} << 80
                                 << Floats{1, 1.8f, 2.6f, 3.4f, 4.2f, 5, 5.8f, 6.6f, 7.4f, 8.2f, 9}
-                                << Floats{3, 8} << 63 << Floats{1.4f, 2.375f, 5.5f}
-                                << Floats{1.4f, 3.125f, 5.5f};
-        QTest::newRow("1x1x1") << 1 << 1 << 1 << 1 << Floats{1, 9} << Floats{3, 8} << 1
-                               << Floats{5, 5, 5.5f} << Floats{};
+                                << Floats{3, 8} << 63
+                                << Floats{1.4f, 2.375f, 5.5f, 1.4f, 3.125f, 5.5f};
+        QTest::newRow("1x1x1") << QVector<int>{1, 1, 1} << 1 << Floats{1, 9} << Floats{3, 8} << 1
+                               << Floats{5, 5, 5.5f};
         // x slowest, z fastest: the second position is one step along z.
-        QTest::newRow("4x4x4") << 4 << 4 << 4 << 64 << Floats{1, 3, 5, 7, 9}
-                               << Floats{3, 4.25f, 5.5f, 6.75f, 8} << 27 << Floats{2, 2.75f, 3.625f}
-                               << Floats{2, 2.75f, 4.875f};
+        QTest::newRow("4x4x4") << QVector<int>{4, 4, 4} << 64 << Floats{1, 3, 5, 7, 9}
+                               << Floats{3, 4.25f, 5.5f, 6.75f, 8} << 27
+                               << Floats{2, 2.75f, 3.625f, 2, 2.75f, 4.875f};
     }
     void construction() {
-        QFETCH(int, nx);
-        QFETCH(int, ny);
-        QFETCH(int, nz);
+        QFETCH(QVector<int>, n);
         QFETCH(int, cells);
         QFETCH(Floats, xLines);
         QFETCH(Floats, zLines);
         QFETCH(int, glyphs);
-        QFETCH(Floats, firstGlyph);
-        QFETCH(Floats, secondGlyph);
-        auto grid = makeGrid(1, 2, 3, 8, 6, 5, nx, ny, nz);
+        QFETCH(Floats, firstGlyphs);
+        auto grid = makeGrid(1, 2, 3, 8, 6, 5, n[0], n[1], n[2]);
         QCOMPARE(grid->getCellNumber(), cells);
         QCOMPARE(grid->getGrid()->GetNumberOfCells(), vtkIdType(cells));
         QCOMPARE(grid->getScalars()->GetValue(cells - 1), float(cells - 1));
         QCOMPARE(values(grid->getXCoordinates()), text(xLines));
         QCOMPARE(values(grid->getZCoordinates()), text(zLines));
         QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(glyphs));
-        QCOMPARE(point(grid->getGlyphPoints(), 0), text(firstGlyph));
-        if (glyphs > 1)
-            QCOMPARE(point(grid->getGlyphPoints(), 1), text(secondGlyph));
+        QCOMPARE(points(grid->getGlyphPoints(), 0, qMin(glyphs, 2)), text(firstGlyphs));
         QCOMPARE(grid->getMagnitudes()->GetNumberOfValues(), vtkIdType(cells));
         QCOMPARE(grid->getVectors()->GetNumberOfTuples(), vtkIdType(cells));
     }
@@ -117,13 +101,13 @@ private slots:
         grid->setLengthx(6);
         QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7}));
         QCOMPARE(values(grid->getYCoordinates()), y);
-        QCOMPARE(point(grid->getGlyphPoints(), 1), text({4, 3.5f, 3}));
+        QCOMPARE(points(grid->getGlyphPoints(), 1), text({4, 3.5f, 3}));
         grid->setx0y0z0(10, 20, 30);
         QCOMPARE(values(grid->getXCoordinates()), text({1, 3, 5, 7}));
         grid->setLengthx(3);
         QCOMPARE(values(grid->getXCoordinates()), text({10, 11, 12, 13}));
         QCOMPARE(values(grid->getYCoordinates()), y); // moves with setLengthy only
-        QCOMPARE(point(grid->getGlyphPoints(), 0), text({10.5f, 21.5f, 30}));
+        QCOMPARE(points(grid->getGlyphPoints(), 0), text({10.5f, 21.5f, 30}));
     }
 
     void setDimensionsCountsLines() {
@@ -134,13 +118,13 @@ private slots:
         QCOMPARE(values(grid->getZCoordinates()), text({3}));
         QCOMPARE(grid->getGrid()->GetNumberOfCells(), vtkIdType(16));
         QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(16));
-        QCOMPARE(point(grid->getGlyphPoints(), 15), text({8, 5.5f, 3}));
+        QCOMPARE(points(grid->getGlyphPoints(), 15), text({8, 5.5f, 3}));
 
         // Fewer positions overwrite the front and keep the rest.
         grid->setDimensions(3, 3, 1);
         QCOMPARE(grid->getGlyphPoints()->GetNumberOfPoints(), vtkIdType(16));
-        QCOMPARE(point(grid->getGlyphPoints(), 3), text({7, 5, 3}));
-        QCOMPARE(point(grid->getGlyphPoints(), 15), text({8, 5.5f, 3}));
+        QCOMPARE(points(grid->getGlyphPoints(), 3), text({7, 5, 3}));
+        QCOMPARE(points(grid->getGlyphPoints(), 15), text({8, 5.5f, 3}));
 
         // More cells than the value arrays hold is refused.
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("setDimensions.*refused"));
@@ -156,7 +140,7 @@ private slots:
     void vectorLayer() {
         QFETCH(int, displayVectors);
         auto grid = makeGrid(0, 0, 0, 2, 2, 0, 2, 2, 0, displayVectors);
-        auto renderer = vtkSmartPointer<vtkRenderer>::New();
+        vtkNew<vtkRenderer> renderer;
         grid->setRenderer(renderer);
         grid->paint();
         QCOMPARE(renderer->GetActors()->GetNumberOfItems(), displayVectors ? 2 : 1);
@@ -193,34 +177,21 @@ private slots:
         QVERIFY(grid->getScalars()->GetMTime() > before); // what was stored shows
     }
 
-    void colourTables_data() {
-        QTest::addColumn<int>("scale");
-        QTest::addColumn<int>("ramp");
-        QTest::addColumn<int>("vtkScale");
-        QTest::addColumn<int>("vtkRamp");
-        QTest::newRow("linear") << 1 << 1 << VTK_SCALE_LINEAR << VTK_RAMP_LINEAR;
-        QTest::newRow("scale 0 logarithmic") << 0 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR;
-        QTest::newRow("scale 2 logarithmic") << 2 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR;
-        QTest::newRow("ramp 0 S-curve") << 1 << 0 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE;
-        QTest::newRow("ramp 2 S-curve") << 1 << 2 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE;
-    }
+    // Each table takes its own arguments (how scale and ramp map to VTK's is
+    // tst_textandlegend's); the grid's colours span the cell table's range.
     void colourTables() {
-        QFETCH(int, scale);
-        QFETCH(int, ramp);
-        QFETCH(int, vtkScale);
-        QFETCH(int, vtkRamp);
         auto grid = makeGrid(0, 0, 0, 2, 2, 0, 2, 2, 0);
-        grid->setCellLUT(0.667f, 0, 1, 1, 1, 1, 1, 1, 0, 10, scale, ramp);
-        grid->setVectorLUT(0.667f, 0, 1, 1, 1, 1, 1, 1, 0, 10, scale, ramp);
-        for (vtkLookupTable* lut : {grid->getCellLUT(), grid->getVectorLUT()}) {
-            QCOMPARE(lut->GetScale(), vtkScale);
-            QCOMPARE(lut->GetRamp(), vtkRamp);
-            QVERIFY(colourNear(lut, 10, 1, 0, 0));
-            QVERIFY(vtkScale != VTK_SCALE_LINEAR || colourNear(lut, 0, 0, 0, 1));
-        }
-        // The grid's colours span the table's own range.
+        grid->setCellLUT(0.667f, 0, 1, 1, 1, 1, 1, 1, 0, 10, 0, 1);
+        grid->setVectorLUT(0, 0.667f, 1, 1, 1, 1, 1, 1, 0, 10, 1, 0);
+        vtkLookupTable *cells = grid->getCellLUT(), *vectors = grid->getVectorLUT();
+        QCOMPARE(QVector<int>({cells->GetScale(), cells->GetRamp()}),
+                 QVector<int>({VTK_SCALE_LOG10, VTK_RAMP_LINEAR}));
+        QCOMPARE(QVector<int>({vectors->GetScale(), vectors->GetRamp()}),
+                 QVector<int>({VTK_SCALE_LINEAR, VTK_RAMP_SCURVE}));
+        QVERIFY(probe::colourNear(cells, 10, 1, 0, 0));
+        QVERIFY(probe::colourNear(vectors, 10, 0, 0, 1) && probe::colourNear(vectors, 0, 1, 0, 0));
         QCOMPARE(grid->getMapper()->GetUseLookupTableScalarRange(), vtkTypeBool(1));
-        QCOMPARE(grid->getMapper()->GetLookupTable(), grid->getCellLUT());
+        QCOMPARE(grid->getMapper()->GetLookupTable(), cells);
     }
 
     void copiesShareThePipeline() {

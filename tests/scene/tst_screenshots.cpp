@@ -5,26 +5,11 @@
 
 #include "ScreenshotProbe.h"
 
-#include <vtkActor.h>
-#include <vtkCamera.h>
+#include "VtkHeaders.h"
+
+using namespace probe;
 
 namespace {
-bool red(const QColor& c) {
-    return c.red() > 180 && c.green() < 90 && c.blue() < 90;
-}
-bool blue(const QColor& c) {
-    return c.blue() > 180 && c.red() < 90 && c.green() < 90;
-}
-bool green(const QColor& c) {
-    return c.green() > 120 && c.red() < 90 && c.blue() < 90;
-}
-bool black(const QColor& c) {
-    return c.red() < 70 && c.green() < 70 && c.blue() < 70;
-}
-bool white(const QColor& c) {
-    return c.red() > 240 && c.green() > 240 && c.blue() > 240;
-}
-
 QRect box(int x0, int y0, int x1, int y1) {
     return QRect(QPoint(x0, y0), QPoint(x1, y1));
 }
@@ -37,7 +22,7 @@ private slots:
     // Unpainted and empty objects in the same scene draw nothing and do not
     // upset the render.
     void halfPipeAmongDegenerateObjects() {
-        probe::View view(480, 240);
+        View view(480, 240);
         HalfPipe pipe(1, 2, 6, 24, 2, 8);
         pipe.setColor(1, 0, 0);
         HalfPipe unpainted(0.5f, 1, 2, 12, 2, 2), noPoints(1, 2, 6, 0, 2, 8);
@@ -90,7 +75,7 @@ private slots:
         legend.setLut(0.667f, 0, 0, 15, 1, 1);
         legend.setScalarBar("Value", 0.8f, 0.1f, 0.15f, 0.8f, 4, 64, "%.0f", 0);
 
-        probe::View view(500, 400);
+        View view(500, 400);
         grid.setRenderer(view.renderer);
         grid.paint();
         legend.setRenderer(view.renderer);
@@ -111,27 +96,27 @@ private slots:
                        int(250 + 80 * (x1 - 2.5)), int(200 - 80 * (y0 - 2)));
         };
         // Cell 15 (upper right) red, cell 0 (lower left, beside its arrow) blue.
-        PROBE_VERIFY(probe::count(image, red, at(3.4, 3.4, 3.6, 3.6)) > 0, image, "grid");
-        PROBE_VERIFY(probe::count(image, blue, at(0.2, 0.2, 0.3, 0.3)) > 0, image, "grid");
-        PROBE_VERIFY(probe::count(image, blue, at(3.3, 3.3, 3.7, 3.7)) == 0, image, "grid");
+        PROBE_VERIFY(count(image, red, at(3.4, 3.4, 3.6, 3.6)) > 0, image, "grid");
+        PROBE_VERIFY(count(image, blue, at(0.2, 0.2, 0.3, 0.3)) > 0, image, "grid");
+        PROBE_VERIFY(count(image, blue, at(3.3, 3.3, 3.7, 3.7)) == 0, image, "grid");
         // The arrow of cell 0 near its tip, and none in the top row of cells.
-        PROBE_VERIFY(probe::count(image, green, at(1.0, 0.45, 1.15, 0.55)) > 0, image, "grid");
-        PROBE_VERIFY(probe::count(image, green, at(0, 3.05, 4, 4)) == 0, image, "grid");
+        PROBE_VERIFY(count(image, green, at(1.0, 0.45, 1.15, 0.55)) > 0, image, "grid");
+        PROBE_VERIFY(count(image, green, at(0, 3.05, 4, 4)) == 0, image, "grid");
         // The legend (blended half with the background): blue at its foot,
         // red at its head, and black labels or title.
         auto bluish = [](const QColor& c) { return c.blue() - c.red() > 80; };
         auto reddish = [](const QColor& c) { return c.red() - c.blue() > 80; };
-        PROBE_VERIFY(probe::count(image, bluish, box(400, 290, 475, 355)) > 0, image, "grid");
-        PROBE_VERIFY(probe::count(image, reddish, box(400, 45, 475, 110)) > 0, image, "grid");
-        PROBE_VERIFY(probe::count(image, black, box(400, 0, 499, 399)) > 0, image, "grid");
-        PROBE_VERIFY(probe::count(image, white, box(0, 0, 40, 30)) == 41 * 31, image, "grid");
+        PROBE_VERIFY(count(image, bluish, box(400, 290, 475, 355)) > 0, image, "grid");
+        PROBE_VERIFY(count(image, reddish, box(400, 45, 475, 110)) > 0, image, "grid");
+        PROBE_VERIFY(count(image, black, box(400, 0, 499, 399)) > 0, image, "grid");
+        PROBE_VERIFY(count(image, white, box(0, 0, 40, 30)) == 41 * 31, image, "grid");
     }
 
     void textShowsNumber() {
         VectorText text;
         text.setText(7.5);
         text.setColor(1, 0, 0);
-        probe::View view(400, 200);
+        View view(400, 200);
         text.setRenderer(view.renderer);
         text.paint();
         view.renderer->ResetCamera();
@@ -144,10 +129,10 @@ private slots:
                                .normalized()
                                .adjusted(-1, -1, 1, 1);
         PROBE_VERIFY(area.width() > 50, image, "text");
-        const int coloured = probe::count(image, red, area);
+        const int coloured = count(image, red, area);
         const int size = area.width() * area.height();
         PROBE_VERIFY(coloured > size / 20 && coloured < size * 3 / 4, image, "text");
-        PROBE_VERIFY(probe::count(image, red) == coloured, image, "text");
+        PROBE_VERIFY(count(image, red) == coloured, image, "text");
         // Four characters, the point below the middle: the middle row crosses
         // the strokes of "7", "5" and "0" and the gaps between them.
         int runs = 0;

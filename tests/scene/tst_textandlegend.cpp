@@ -3,47 +3,39 @@
 // colour table, layout and label format (painting is in tst_screenshots).
 #include <Orlavex/Orlavex.h>
 
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QtTest>
-
 #include "ColourTableProbe.h"
+#include "Fixtures.h"
+#include "VtkHeaders.h"
 
-#include <vtkLookupTable.h>
-#include <vtkScalarBarActor.h>
-#include <vtkTextProperty.h>
-#include <vtkVectorText.h>
+#include <QProcess>
 
 #include <cfloat>
 #include <clocale>
 #include <cstdio>
 
-using probe::colourNear;
-
 namespace {
 QString shown(VectorText& t) {
     return QString::fromUtf8(t.getSource()->GetText());
+}
+
+// Switches the numeric locale to German, building the locale when the system
+// has none installed. False when neither works.
+bool useCommaLocale() {
+    if (!std::setlocale(LC_NUMERIC, "de_DE.UTF-8")) {
+        const QString target = fixture::tempPath(QStringLiteral("de_DE.utf8"));
+        QProcess::execute(QStringLiteral("localedef"), {"-i", "de_DE", "-f", "UTF-8", target});
+        qputenv("LOCPATH", QFile::encodeName(QFileInfo(target).path()));
+        if (!std::setlocale(LC_NUMERIC, "de_DE.UTF-8"))
+            return false;
+    }
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "%.2f", 2.5);
+    return QByteArray(buffer) == "2,50";
 }
 } // namespace
 
 class TestTextAndLegend : public QObject {
     Q_OBJECT
-    QTemporaryDir m_locales;
-
-    // Switches the numeric locale to German, building the locale when the
-    // system has none installed. False when neither works.
-    bool useCommaLocale() {
-        if (!std::setlocale(LC_NUMERIC, "de_DE.UTF-8")) {
-            const QString target = m_locales.filePath(QStringLiteral("de_DE.utf8"));
-            QProcess::execute(QStringLiteral("localedef"), {"-i", "de_DE", "-f", "UTF-8", target});
-            qputenv("LOCPATH", QFile::encodeName(m_locales.path()));
-            if (!std::setlocale(LC_NUMERIC, "de_DE.UTF-8"))
-                return false;
-        }
-        char buffer[16];
-        std::snprintf(buffer, sizeof buffer, "%.2f", 2.5);
-        return QByteArray(buffer) == "2,50";
-    }
 
 private slots:
     void cleanup() { std::setlocale(LC_NUMERIC, "C"); }
@@ -95,56 +87,37 @@ private slots:
         QCOMPARE(shown(text), QString());
     }
 
+    // How the scale and ramp numbers map to VTK's, for every colour table.
     void legendLut_data() {
-        QTest::addColumn<int>("scale");
-        QTest::addColumn<int>("ramp");
-        QTest::addColumn<int>("vtkScale");
-        QTest::addColumn<int>("vtkRamp");
+        using V = QVector<int>;
+        QTest::addColumn<V>("given"); // scale, ramp
+        QTest::addColumn<V>("vtk");
         QTest::addColumn<float>("rangeMin"); // a logarithmic table starts above 0
-        QTest::newRow("linear") << 1 << 1 << VTK_SCALE_LINEAR << VTK_RAMP_LINEAR << 0.0f;
-        QTest::newRow("scale 0 log") << 0 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR << 1.0f;
-        QTest::newRow("scale 2 log") << 2 << 1 << VTK_SCALE_LOG10 << VTK_RAMP_LINEAR << 1.0f;
-        QTest::newRow("ramp 0 S-curve") << 1 << 0 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE << 0.0f;
-        QTest::newRow("ramp 2 S-curve") << 1 << 2 << VTK_SCALE_LINEAR << VTK_RAMP_SCURVE << 0.0f;
+        const int lin = VTK_SCALE_LINEAR, log = VTK_SCALE_LOG10, ramp = VTK_RAMP_LINEAR;
+        QTest::newRow("linear") << V{1, 1} << V{lin, ramp} << 0.0f;
+        QTest::newRow("scale 0 log") << V{0, 1} << V{log, ramp} << 1.0f;
+        QTest::newRow("scale 2 log") << V{2, 1} << V{log, ramp} << 1.0f;
+        QTest::newRow("ramp 0 S-curve") << V{1, 0} << V{lin, VTK_RAMP_SCURVE} << 0.0f;
+        QTest::newRow("ramp 2 S-curve") << V{1, 2} << V{lin, VTK_RAMP_SCURVE} << 0.0f;
     }
     void legendLut() {
-        QFETCH(int, scale);
-        QFETCH(int, ramp);
-        QFETCH(int, vtkScale);
-        QFETCH(int, vtkRamp);
+        QFETCH(QVector<int>, given);
+        QFETCH(QVector<int>, vtk);
         QFETCH(float, rangeMin);
         ScalarBar bar;
-        bar.setLut(0.667f, 0.0f, rangeMin, 40, scale, ramp);
+        bar.setLut(0.667f, 0.0f, rangeMin, 40, given[0], given[1]);
         vtkLookupTable* lut = bar.getLut();
-        QCOMPARE(lut->GetScale(), vtkScale);
-        QCOMPARE(lut->GetRamp(), vtkRamp);
-        QVERIFY(colourNear(lut, rangeMin, 0, 0, 1));
-        QVERIFY(colourNear(lut, 40, 1, 0, 0));
+        QCOMPARE(QVector<int>({lut->GetScale(), lut->GetRamp()}), vtk);
+        QVERIFY(probe::colourNear(lut, rangeMin, 0, 0, 1));
+        QVERIFY(probe::colourNear(lut, 40, 1, 0, 0));
         for (vtkIdType i : {vtkIdType(0), lut->GetNumberOfTableValues() - 1})
             QVERIFY(qAbs(lut->GetTableValue(i)[3] - 0.5) < 1.5 / 255); // the table holds bytes
     }
 
-    void legendLayout_data() {
-        QTest::addColumn<int>("orientation");
-        QTest::addColumn<int>("vtkOrientation");
-        QTest::newRow("1 horizontal") << 1 << VTK_ORIENT_HORIZONTAL;
-        QTest::newRow("0 vertical") << 0 << VTK_ORIENT_VERTICAL;
-        QTest::newRow("2 vertical") << 2 << VTK_ORIENT_VERTICAL;
-    }
-    void legendLayout() {
-        QFETCH(int, orientation);
-        QFETCH(int, vtkOrientation);
-        ScalarBar bar;
-        bar.setScalarBar("Temperature", 0.1f, 0.2f, 0.3f, 0.4f, 5, 64, "%.1f", orientation);
-        vtkScalarBarActor* actor = bar.getScalarBar();
-        QCOMPARE(actor->GetOrientation(), vtkOrientation);
-        for (vtkTextProperty* text : {actor->GetTitleTextProperty(), actor->GetLabelTextProperty()})
-            QCOMPARE(QVector<double>(text->GetColor(), text->GetColor() + 3),
-                     (QVector<double>{0, 0, 0}));
-    }
-
     // The format goes to printf: only one floating-point conversion may pass.
-    void legendLabelFormats_data() {
+    // Each call also lays the bar out (1: horizontal, others vertical) with
+    // black text.
+    void legendLayoutAndFormat_data() {
         QTest::addColumn<QByteArray>("format"); // null: a null pointer
         QTest::addColumn<bool>("accepted");
         QTest::newRow("%g") << QByteArray("%g") << true;
@@ -157,16 +130,21 @@ private slots:
         QTest::newRow("trailing percent") << QByteArray("%f%") << false;
         QTest::newRow("null") << QByteArray() << false;
     }
-    void legendLabelFormats() {
+    void legendLayoutAndFormat() {
         QFETCH(QByteArray, format);
         QFETCH(bool, accepted);
         ScalarBar bar;
-        bar.setScalarBar("t", 0, 0, 1, 1, 3, 16, "%.2f", 0);
+        vtkScalarBarActor* actor = bar.getScalarBar();
+        bar.setScalarBar("t", 0, 0, 1, 1, 3, 16, "%.2f", 1);
+        QCOMPARE(actor->GetOrientation(), VTK_ORIENT_HORIZONTAL);
+        for (vtkTextProperty* text : {actor->GetTitleTextProperty(), actor->GetLabelTextProperty()})
+            QCOMPARE(QVector<double>(text->GetColor(), text->GetColor() + 3),
+                     QVector<double>(3, 0));
         if (!accepted)
             QTest::ignoreMessage(QtWarningMsg, QRegularExpression("label format"));
-        bar.setScalarBar(nullptr, 0, 0, 1, 1, 3, 16, format.isNull() ? nullptr : format.data(), 0);
-        QCOMPARE(QByteArray(bar.getScalarBar()->GetLabelFormat()),
-                 accepted ? format : QByteArray("%.2f"));
+        bar.setScalarBar(nullptr, 0, 0, 1, 1, 3, 16, format.isNull() ? nullptr : format.data(), 2);
+        QCOMPARE(actor->GetOrientation(), VTK_ORIENT_VERTICAL);
+        QCOMPARE(QByteArray(actor->GetLabelFormat()), accepted ? format : QByteArray("%.2f"));
     }
 };
 

@@ -32,6 +32,13 @@ inline bool near(const QColor& c, const QColor& want, int tol = 40) {
            qAbs(c.blue() - want.blue()) <= tol;
 }
 
+// Colour classes of rendered pixels, loose enough for shading and blending.
+const auto red = [](QColor c) { return c.red() > 180 && c.green() < 90 && c.blue() < 90; };
+const auto green = [](QColor c) { return c.green() > 120 && c.red() < 90 && c.blue() < 90; };
+const auto blue = [](QColor c) { return c.blue() > 180 && c.red() < 90 && c.green() < 90; };
+const auto black = [](QColor c) { return c.red() < 70 && c.green() < 70 && c.blue() < 70; };
+const auto white = [](QColor c) { return c.red() > 240 && c.green() > 240 && c.blue() > 240; };
+
 /// Number of pixels in `box` (the whole image when empty) that pass `test`.
 template <class Test> int count(const QImage& image, Test test, QRect box = QRect()) {
     box = box.isNull() ? image.rect() : box.intersected(image.rect());

@@ -1,5 +1,7 @@
 #include "ThreeDSWriter.h"
 
+#include "Fixtures.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -109,6 +111,11 @@ bool ThreeDSWriter::save(const QString& path) const {
         return false;
     const QByteArray data = bytes();
     return file.write(data) == data.size();
+}
+
+QString ThreeDSWriter::saveTemp(const QString& name) const {
+    const QString path = fixture::tempPath(name);
+    return save(path) ? path : QString();
 }
 
 ThreeDSWriter::Mesh ThreeDSWriter::square(const std::string& name, float x, float y, float z,

@@ -32,6 +32,9 @@ public:
 
     QByteArray bytes() const;
     bool save(const QString& path) const;
+    /// Saves under `name` in the test process's scratch directory; the path,
+    /// or an empty string when the file could not be written.
+    QString saveTemp(const QString& name) const;
 
     /// A flat square of two triangles, `size` wide, corner at (x, y, z).
     static Mesh square(const std::string& name, float x, float y, float z, float size,
