@@ -19,7 +19,6 @@
 
 #include <QApplication>
 #include <QEventLoop>
-#include <QLabel>
 #include <QTimer>
 
 #include <algorithm>
@@ -307,8 +306,8 @@ Result run(Mode mode, double delayMs, double seconds, int minCycles) {
 
 void row(const char* delay, double rttMs, Mode mode, const Result& r, double loopMs) {
     const double bound = 1000.0 / std::max(rttMs, loopMs);
-    std::printf("%-9s %5.0f  %-20s %8.1f %8.1f %6.2f  %5d  %7.1f %7.1f%s\n", delay, rttMs,
-                name(mode), r.rate, bound, r.rate / bound, r.cycles, r.waitMs, r.renderMs,
+    std::printf("%-9s %5.0f %5.1f  %-20s %8.1f %8.1f %6.2f  %5d  %7.1f %7.1f%s\n", delay, rttMs,
+                loopMs, name(mode), r.rate, bound, r.rate / bound, r.cycles, r.waitMs, r.renderMs,
                 r.failed ? "  (link failed)" : "");
     std::fflush(stdout);
 }
@@ -320,67 +319,90 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     const auto begin = Clock::now();
     const Mode modes[] = {Mode::LockStep, Mode::Pipelined, Mode::Overlap};
-    const double box = 2.0; // seconds of measurement per configuration
-
-    // The configurations: no relay, then the relay at each one-way delay.
-    struct Config {
-        double delay; // -1: no relay
-        Mode mode;
-        Result best;
-    };
-    std::vector<Config> configs;
-    for (double delay : {-1.0, 0.0, 1.0, 10.0, 25.0})
-        for (Mode mode : modes)
-            configs.push_back({delay, mode, {}});
 
     // A first lab compiles shaders and fills caches; it is not counted.
     run(Mode::Overlap, -1, 1.5, 5);
-    // Passes over the configurations, best of each: the machine's other load
-    // comes and goes, and a configuration's samples lie many seconds apart.
-    // Loopback, which sets the bound and the lock-step comparison, gets a
-    // third pass. Lock-step at 20 and 50 ms takes a round trip per string
-    // (about a second per cycle at 50 ms): one pass, few cycles.
-    for (int pass = 0; pass < 3; ++pass) {
-        for (Config& c : configs) {
-            const bool slow = c.mode == Mode::LockStep && c.delay >= 10;
-            if ((pass >= 1 && slow) || (pass == 2 && c.delay >= 0))
-                continue;
-            const Result r = run(c.mode, c.delay, box, slow ? 3 : 8);
-            if (r.rate > c.best.rate || c.best.cycles == 0)
-                c.best = r;
+
+    // The machine's other load comes and goes, so every comparison is made
+    // between runs close in time: the loopback modes round by round (median
+    // of the rounds' ratios), and each delay's rows against a loopback run
+    // (pipelined + overlap, no relay) made just before them in the same pass.
+    constexpr int kRounds = 3;
+    Result loop[3];
+    std::vector<double> pipelinedRatio, overlapRatio;
+    for (int round = 0; round < kRounds; ++round) {
+        Result r[3];
+        for (int m = 0; m < 3; ++m) {
+            r[m] = run(modes[m], -1, 1.5, 8);
+            if (r[m].rate > loop[m].rate)
+                loop[m] = r[m];
+        }
+        if (r[0].rate > 0) {
+            pipelinedRatio.push_back(r[1].rate / r[0].rate);
+            overlapRatio.push_back(r[2].rate / r[0].rate);
         }
     }
 
-    // The loopback cycle time: pipelined + overlap with no relay.
-    const Result& loop = configs[2].best;
-    const double loopMs = loop.rate > 0 ? 1000.0 / loop.rate : 1;
+    // Through the relay: two passes, the best of each configuration.
+    // Lock-step at 20 and 50 ms takes a round trip per string (about a
+    // second per cycle at 50 ms): one pass, few cycles.
+    struct Group {
+        double delay;
+        Result loopback;  // the reference of this group
+        Result best[3];   // per mode
+    };
+    std::vector<Group> groups;
+    for (double delay : {0.0, 1.0, 10.0, 25.0})
+        groups.push_back({delay, {}, {}});
+    for (int pass = 0; pass < 2; ++pass) {
+        for (Group& g : groups) {
+            const Result ref = run(Mode::Overlap, -1, 1.5, 8);
+            if (ref.rate > g.loopback.rate)
+                g.loopback = ref;
+            for (int m = 0; m < 3; ++m) {
+                const bool slow = modes[m] == Mode::LockStep && g.delay >= 10;
+                if (pass == 1 && slow)
+                    continue;
+                const Result r = run(modes[m], g.delay, 1.5, slow ? 3 : 8);
+                if (r.rate > g.best[m].rate || g.best[m].cycles == 0)
+                    g.best[m] = r;
+            }
+        }
+    }
 
     std::printf("== cycle rate of a %d-record lab (a %d x %d grid with vectors and cell colours, "
                 "%d numbers per cycle), MainWindow front-end, SimulationServer on its own thread\n",
                 kRecords, kNx, kNy, 21 + 11 + 12 + 11 + 10 + 11 + 1 + 5 * kCells + 1 + 4 + 8 + 2);
-    std::printf("best of 3 runs without relay, of 2 with it (lock-step at RTT >= 20 ms: 1 run); bound = 1 / max(RTT, loopback "
-                "cycle time); wait and render: ms per cycle from CycleStats\n");
-    std::printf("%-9s %5s  %-20s %8s %8s %6s  %5s  %7s %7s\n", "one-way", "RTT",
+    std::printf("best of %d runs without relay, of 2 with it (lock-step at RTT >= 20 ms: 1 run); "
+                "bound = 1 / max(RTT, loopback cycle time), the loopback cycle (pipelined + "
+                "overlap, no relay) measured beside the rows; wait and render: ms per cycle from "
+                "CycleStats\n",
+                kRounds);
+    std::printf("%-9s %5s %5s  %-20s %8s %8s %6s  %5s  %7s %7s\n", "one-way", "RTT", "loop",
                 "server / front-end", "cycles/s", "bound/s", "ratio", "cycles", "wait", "render");
+    const auto cycleMs = [](const Result& r) { return r.rate > 0 ? 1000.0 / r.rate : 1.0; };
+    for (int m = 0; m < 3; ++m)
+        row("no relay", 0, modes[m], loop[m], cycleMs(loop[2]));
     double overlapAt50 = 0;
-    for (const Config& c : configs) {
+    for (const Group& g : groups) {
         char label[32];
-        if (c.delay < 0)
-            std::snprintf(label, sizeof label, "no relay");
-        else
-            std::snprintf(label, sizeof label, "%g ms", c.delay);
-        const double rtt = c.delay < 0 ? 0 : 2 * c.delay;
-        row(label, rtt, c.mode, c.best, loopMs);
-        if (c.delay == 25.0 && c.mode == Mode::Overlap)
-            overlapAt50 = c.best.rate / (1000.0 / std::max(50.0, loopMs));
+        std::snprintf(label, sizeof label, "%g ms", g.delay);
+        const double loopMs = cycleMs(g.loopback);
+        for (int m = 0; m < 3; ++m)
+            row(label, 2 * g.delay, modes[m], g.best[m], loopMs);
+        if (g.delay == 25.0)
+            overlapAt50 = g.best[2].rate / (1000.0 / std::max(50.0, loopMs));
     }
 
-    std::printf("loopback cycle time (pipelined + overlap, no relay): %.1f ms\n", loopMs);
+    const auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v.empty() ? 0.0 : v.size() % 2 ? v[v.size() / 2]
+                                               : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
+    };
     std::printf("RTT 50 ms, pipelined + overlap: %.2f of the bound (target >= 0.8)\n", overlapAt50);
     std::printf("loopback, pipelined / lock-step: %.2f (target >= 0.95); pipelined + overlap / "
-                "lock-step: %.2f\n",
-                configs[1].best.rate / std::max(configs[0].best.rate, 1e-9),
-                configs[2].best.rate / std::max(configs[0].best.rate, 1e-9));
+                "lock-step: %.2f (medians of %d rounds)\n",
+                median(pipelinedRatio), median(overlapRatio), kRounds);
     std::printf("whole run %.0f s\n",
                 std::chrono::duration<double>(Clock::now() - begin).count());
     return 0;

@@ -2,9 +2,15 @@
 // field conversions, which must give exactly what Qt's own conversions give
 // (they take a faster way for common numbers and must never differ from it).
 //
-// Input: one byte of options (payload as Latin-1 or as UTF-16, and whether
-// it gets the wire's terminal), the counts n and m, eight bytes read as a
-// double for the "%f" writer, and the payload.
+// processInput is also checked against its contract, with Qt's conversions
+// for the fields: values, integers and anomaly count.
+//
+// Input (FuzzedDataProvider: the fixed-size values from the end): one byte of
+// options (bit 0: payload as UTF-16, else Latin-1; bit 1: add the wire's
+// terminal; bits 2-4: the payload repeated 2^k times), n (one byte: with bit 7
+// set its low bits, otherwise the payload's number of fields plus the low
+// bits minus 64), m (one byte, up to 16), eight bytes read as a double for
+// the "%f" writer; the rest is the payload.
 #include "FuzzSupport.h"
 
 #include <Orlavex/link/SocketClass.h>
@@ -67,19 +73,74 @@ void checkFixed(double value) {
     char theirs[400];
     std::snprintf(theirs, sizeof theirs, "%f", value); // the process runs in the C locale
     if (ours != QByteArray(theirs))
-        mismatch("appendFixed6", bits(value), QString::fromLatin1(ours), QString::fromLatin1(theirs));
+        mismatch("appendFixed6", bits(value), QString::fromLatin1(ours),
+                 QString::fromLatin1(theirs));
+}
+
+template <class T> T qtNumber(const QString& field, bool* ok);
+template <> float qtNumber<float>(const QString& field, bool* ok) {
+    return field.toFloat(ok);
+}
+template <> double qtNumber<double>(const QString& field, bool* ok) {
+    return field.toDouble(ok);
+}
+
+// processInput as its contract reads, field by field with Qt's conversions:
+// the values, the integers and the anomaly count it must give.
+template <class T>
+int reference(const QString& data, int n, int m, QVector<T>* values, QVector<int>* ints) {
+    const int length = data.size(), last = length - 1;
+    int pos = 0, anomalies = 0;
+    bool failed = false;
+    values->fill(T(0), n);
+    ints->fill(0, m);
+    for (int i = 0; i < n; ++i) {
+        const bool runsToEnd = i == n - 1 && m == 0;
+        const int end = runsToEnd ? qMax(pos, last)
+                        : failed  ? -1
+                                  : data.indexOf(QLatin1Char(','), pos);
+        if (end < 0 || failed) {
+            failed = true;
+            anomalies += runsToEnd ? 0 : 1;
+            continue;
+        }
+        bool ok;
+        (*values)[i] = qtNumber<T>(data.mid(pos, end - pos), &ok);
+        anomalies += ok ? 0 : 1;
+        pos = end + 1;
+    }
+    for (int j = 0; j < m && !failed && pos <= length; ++j) {
+        int end = j == m - 1 ? qMax(pos, last) : data.indexOf(QLatin1Char(','), pos);
+        if (end < 0)
+            end = length;
+        (*ints)[j] = data.mid(pos, end - pos).toInt(nullptr, 10);
+        pos = end + 1;
+    }
+    return anomalies;
 }
 
 template <class T> void parse(SocketClass& socket, QString* payload, int n, int m) {
     QVector<T> values(3, T(7)); // stale entries that the call must drop
     QVector<int> ints(5, 7);
     socket.processInput(payload, &values, n, &ints, m);
-    if (values.size() != n || ints.size() != m) {
-        std::fprintf(stderr, "processInput left %d numbers and %d integers for n=%d m=%d\n",
-                     int(values.size()), int(ints.size()), n, m);
-        std::abort();
-    }
-    socket.takeParseAnomalies();
+    const int anomalies = socket.takeParseAnomalies();
+    QVector<T> expected;
+    QVector<int> expectedInts;
+    const int expectedAnomalies = reference(*payload, n, m, &expected, &expectedInts);
+    if (values.size() != n || ints.size() != m)
+        mismatch("processInput's sizes", payload->left(200),
+                 QStringLiteral("%1 numbers, %2 integers").arg(values.size()).arg(ints.size()),
+                 QStringLiteral("n=%1 m=%2").arg(n).arg(m));
+    for (int i = 0; i < n; ++i)
+        if (!sameBits(values[i], expected[i]))
+            mismatch("processInput's number",
+                     QStringLiteral("field %1 of %2").arg(i).arg(payload->left(200)),
+                     bits(values[i]), bits(expected[i]));
+    if (ints != expectedInts)
+        mismatch("processInput's integers", payload->left(200), QString(), QString());
+    if (anomalies != expectedAnomalies)
+        mismatch("processInput's anomaly count", payload->left(200), QString::number(anomalies),
+                 QString::number(expectedAnomalies));
 }
 
 } // namespace
@@ -96,7 +157,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     FuzzedDataProvider in(data, size);
     const uint8_t options = in.ConsumeIntegral<uint8_t>();
-    const int n = in.ConsumeIntegralInRange(0, 64);
+    const uint8_t count = in.ConsumeIntegral<uint8_t>();
     const int m = in.ConsumeIntegralInRange(0, 16);
     const uint64_t raw = in.ConsumeIntegral<uint64_t>(); // any double: NaN, infinities, subnormals
     double fixed;
@@ -112,14 +173,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else {
         payload = QString::fromLatin1(rest.data(), int(rest.size()));
     }
+    // Repeated, a short input makes a payload that crosses the parser's
+    // internal blocks (thousands of characters) with fields cut at their ends.
+    payload = payload.repeated(1 << ((options >> 2) & 7));
     if (options & 2)
         payload.append(QLatin1Char('#')); // as a payload from the wire ends
+    // n near the number of fields the payload has, or small.
+    const int fields = payload.count(QLatin1Char(',')) + 1;
+    const int n = count & 0x80 ? count & 0x7F : qMax(0, fields + (count & 0x7F) - 64);
 
     parse<float>(*socket, &payload, n, m);
     parse<double>(*socket, &payload, n, m);
 
     // Every field as processInput cuts it, the last without its terminal,
-    // and the payload whole.
+    // and the payload whole (long: Qt's way).
     const QChar* s = payload.constData();
     int from = 0;
     for (int at; (at = payload.indexOf(QLatin1Char(','), from)) >= 0; from = at + 1)

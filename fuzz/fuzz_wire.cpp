@@ -280,7 +280,8 @@ void runInput(const uint8_t* data, size_t size) {
 
     std::vector<QByteArray> chunks;
     for (size_t k = 0; pos < size; ++k) {
-        const size_t n = sizes.empty() ? size - pos : std::min<size_t>(sizes[k % sizes.size()], size - pos);
+        const size_t n =
+            sizes.empty() ? size - pos : std::min<size_t>(sizes[k % sizes.size()], size - pos);
         chunks.emplace_back(reinterpret_cast<const char*>(data + pos), int(n));
         pos += n;
     }

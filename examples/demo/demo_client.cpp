@@ -206,7 +206,8 @@ int main(int argc, char** argv) {
         if (saved)
             std::printf("screenshot saved to %s\n", qPrintable(options.screenshot));
         if (!options.video.isEmpty())
-            std::printf("video: %d frames to %s\n", window.videoFrames(), qPrintable(options.video));
+            std::printf("video: %d frames to %s\n", window.videoFrames(),
+                        qPrintable(options.video));
         if (!options.record.isEmpty())
             std::printf("session recorded to %s\n", qPrintable(options.record));
     }

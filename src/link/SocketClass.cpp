@@ -53,19 +53,16 @@ void narrow(const QChar* text, int length, char* out) {
 
 // Common numbers are read with std::from_chars, which rounds correctly like
 // Qt's own conversion. Results where Qt applies its own rules (values outside
-// the normal range, anything from_chars does not take whole) are left to Qt.
-// Taken whole with a normal or zero result, a field holds only digits, one
-// minus, a point and an exponent: "inf" and "nan" are not normal, and a plus,
-// a space or a hexadecimal prefix stop from_chars early.
+// the normal range of the target type, anything from_chars does not take
+// whole) are left to Qt: the callers accept only zero and normal values.
+// Taken whole with such a result, a field holds only digits, one minus, a
+// point and an exponent: "inf" and "nan" are not normal, and a plus, a space
+// or a hexadecimal prefix stop from_chars early.
 Q_ALWAYS_INLINE bool fastDouble(const char* text, int length, double* out) {
     if (!text || length <= 0 || length >= kFastField)
         return false;
-    double d = 0;
-    const auto r = std::from_chars(text, text + length, d);
-    if (r.ec != std::errc() || r.ptr != text + length || !(std::isnormal(d) || d == 0))
-        return false;
-    *out = d;
-    return true;
+    const auto r = std::from_chars(text, text + length, *out);
+    return r.ec == std::errc() && r.ptr == text + length;
 }
 
 } // namespace
@@ -511,6 +508,7 @@ template <>
 inline float convert<float>(const QChar* text, const char* narrowed, int length, bool* ok) {
     double d;
     *ok = true;
+    // A double in float's normal range is normal itself.
     if (fastDouble(narrowed, length, &d) &&
         (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
                     std::fabs(d) <= double(std::numeric_limits<float>::max()))))
@@ -521,7 +519,7 @@ template <>
 inline double convert<double>(const QChar* text, const char* narrowed, int length, bool* ok) {
     double d;
     *ok = true;
-    if (fastDouble(narrowed, length, &d))
+    if (fastDouble(narrowed, length, &d) && (std::isnormal(d) || d == 0))
         return d;
     return QString::fromRawData(text, qMax(0, length)).toDouble(ok);
 }

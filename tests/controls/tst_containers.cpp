@@ -148,6 +148,8 @@ private slots:
         QString* name = dialog->getVarName(); // names arrive as UTF-8
         dialog->setVarName("\xc3\xa9t\xc3\xa9");
         QCOMPARE(*name, QString::fromUtf8("\xc3\xa9t\xc3\xa9"));
+        dialog->setVarName(nullptr);
+        QVERIFY(name->isEmpty());
         delete dialog;
     }
 };

@@ -161,6 +161,9 @@ private slots:
         box->setVarName(kUtf8Name);
         for (QString* name : names)
             QCOMPARE(*name, QString::fromUtf8(kUtf8Name));
+        a.setGroupName(nullptr);
+        box->setVarName(nullptr);
+        QVERIFY(names[0]->isEmpty() && names[1]->isEmpty());
     }
 
     void slider_data() {

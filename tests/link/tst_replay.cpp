@@ -17,6 +17,9 @@
 
 namespace {
 constexpr int kCycles = 8;
+// Qt's image conversions behind a video frame run on Qt's own thread pool,
+// whose ordering the thread sanitizer cannot see: no video in those runs.
+const bool kVideo = !qEnvironmentVariableIsSet("ORLAVEX_SANITIZER_RUN");
 
 // A moving sphere, a trail and a read-out. After each cycle's render pass the
 // link pauses until the picture is taken, so each picture shows one cycle.
@@ -50,15 +53,19 @@ struct Lab {
         link->setSendingObjI(3, &readOut);
         view->canvas->SetCamera(0, 0, 10, 0, 0, 0, 0, 1, 0, 30);
         link->setServerAddress("local");
-        QObject::connect(link, &CommThread::dataUpdated, link, [this, link] {
-            // On the link thread, once the window's pass has returned.
-            if (link->cyclesHandedOver() > rendered) {
-                link->updatePause(false);
-                ++rendered;
-            }
-        }, Qt::DirectConnection);
-        QObject::connect(link, &CommThread::connectionFailed, link, [this] { ended = true; },
-                         Qt::DirectConnection);
+        QObject::connect(
+            link, &CommThread::dataUpdated, link,
+            [this, link] {
+                // On the link thread, once the window's pass has returned.
+                if (link->cyclesHandedOver() > rendered) {
+                    link->updatePause(false);
+                    ++rendered;
+                }
+            },
+            Qt::DirectConnection);
+        QObject::connect(
+            link, &CommThread::connectionFailed, link, [this] { ended = true; },
+            Qt::DirectConnection);
     }
     ~Lab() { delete window.commThread; } // before the objects it writes to
 
@@ -118,7 +125,7 @@ private slots:
         {
             Lab lab;
             lab.window.commThread->setRecordFile(m_dir.filePath("lab.orlrec"));
-            QVERIFY(lab.window.setVideoFile(m_dir.filePath("lab.mp4")));
+            QVERIFY(!kVideo || lab.window.setVideoFile(m_dir.filePath("lab.mp4")));
             lab.run(server.port());
             m_shots = lab.shots;
         } // the recording and the video end with the lab
@@ -152,7 +159,7 @@ private slots:
         emit field.sigValueChanged(0.5, 3);
         const QByteArray path = qgetenv("PATH");
         qputenv("PATH", ""); // no ffmpeg: the video becomes a PNG sequence
-        QVERIFY(lab.window.setVideoFile(copy + ".video"));
+        QVERIFY(!kVideo || lab.window.setVideoFile(copy + ".video"));
         qputenv("PATH", path);
         lab.run(quint16(number(out, "listening on port (\\d+)")));
         QVERIFY(tool.waitForFinished(60000));
@@ -165,9 +172,10 @@ private slots:
         for (int k = 0; k < cycles; ++k)
             PROBE_VERIFY(differing(lab.shots[k], m_shots[k]) <= 20, lab.shots[k],
                          QStringLiteral("cycle%1").arg(k + 1));
-        QCOMPARE(lab.window.videoFrames(), cycles);
-        QVERIFY(QFile::exists(copy + QStringLiteral(".video.%1.png").arg(cycles, 4, 10,
-                                                                        QLatin1Char('0'))));
+        QCOMPARE(lab.window.videoFrames(), kVideo ? cycles : 0);
+        QVERIFY(!kVideo ||
+                QFile::exists(
+                    copy + QStringLiteral(".video.%1.png").arg(cycles, 4, 10, QLatin1Char('0'))));
     }
 
     void damaged_data() {
@@ -180,8 +188,9 @@ private slots:
         QTest::newRow("header") << 20 << 1 << "header is damaged (checksum mismatch)";
         QTest::newRow("block") << block + 24 << 1
                                << QStringLiteral("block 1 at offset %1: checksum").arg(block);
-        QTest::newRow("registry") << 0 << 2 << "record 1: Sphere (10 numbers) in the recording, "
-                                                "Cube (23 numbers) in the front-end";
+        QTest::newRow("registry") << 0 << 2
+                                  << "record 1: Sphere (10 numbers) in the recording, "
+                                     "Cube (23 numbers) in the front-end";
     }
     void damaged() {
         QFETCH(int, at);
@@ -195,8 +204,9 @@ private slots:
         save(registry, R"({"format":"orlavex-registry","records":[{"num":1,"kind":"Cube",
             "count":23},{"num":2,"kind":"TrailQwt","count":2},{"num":4,"kind":"Cone"}]})");
         QProcess tool;
-        tool.start(ORLAVEX_REPLAY_TOOL, at == 0 ? QStringList{file, "--port", "0", "--registry", registry}
-                                                : QStringList{file, "--port", "0"});
+        tool.start(ORLAVEX_REPLAY_TOOL,
+                   at == 0 ? QStringList{file, "--port", "0", "--registry", registry}
+                           : QStringList{file, "--port", "0"});
         QVERIFY(tool.waitForFinished(60000));
         const QByteArray err = tool.readAllStandardError();
         QCOMPARE(tool.exitStatus(), QProcess::NormalExit); // never a crash
@@ -206,12 +216,12 @@ private slots:
 
     void video() { // the recording's, through ffmpeg
         const QString ffprobe = QStandardPaths::findExecutable("ffprobe");
-        if (ffprobe.isEmpty())
-            QSKIP("no ffprobe (the replay test counts a PNG sequence)");
+        if (ffprobe.isEmpty() || !kVideo)
+            QSKIP("no ffprobe or no video (the replay test counts a PNG sequence)");
         QProcess probe;
-        probe.start(ffprobe, {"-v", "error", "-count_frames", "-select_streams", "v:0",
-                              "-show_entries", "stream=nb_read_frames", "-of", "csv=p=0",
-                              m_dir.filePath("lab.mp4")});
+        probe.start(ffprobe,
+                    {"-v", "error", "-count_frames", "-select_streams", "v:0", "-show_entries",
+                     "stream=nb_read_frames", "-of", "csv=p=0", m_dir.filePath("lab.mp4")});
         QVERIFY(probe.waitForFinished(60000));
         QCOMPARE(probe.readAllStandardOutput().trimmed(), QByteArray::number(kCycles));
     }

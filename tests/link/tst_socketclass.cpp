@@ -561,6 +561,28 @@ private slots:
         QCOMPARE(SocketClass::toFloat(f.constData(), f.size()), 0.1f);
     }
 
+    // The front-end describes what it reads; the server class refuses a
+    // record that does not match before anything goes on the wire.
+    void serverChecksTheRegistry() {
+        CommThread front;
+        Sphere ball;
+        ball.setInteractivelyPositioned(1);
+        ScalarBar legend; // a kind whose records are read and ignored
+        front.setSendingObjI(1, &ball);
+        front.setSendingObjI(2, &legend);
+        const QString path = m_dir.filePath(QStringLiteral("registry.json"));
+        QVERIFY(front.writeRegistry(path));
+        SimulationServer server;
+        QVERIFY(server.loadRegistry(path));
+        QVERIFY(server.addRecord(1, QVector<double>(10, 0.5)));
+        QVERIFY(server.addRecord(2, {1, 2, 3})); // any count for an ignored kind
+        QVERIFY(!server.addRecord(1, {1, 2, 3}));
+        QCOMPARE(server.errorString(),
+                 QStringLiteral("record 1 (Sphere) carries 3 numbers, the front-end reads 10"));
+        QVERIFY(!server.addRecord(7, {1}));
+        QVERIFY(server.errorString().contains("record 7 is not registered"));
+    }
+
     void sameAsQt_data() {
         QTest::addColumn<QStringList>("fields");
         QTest::newRow("edge cases") << edgeFields();

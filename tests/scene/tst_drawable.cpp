@@ -27,9 +27,12 @@ template <class T> Values values(T v) {
 
 // A new solid carries no record blocks and no renderer. Copies share the
 // source, mapper, actor, property and renderer, each holding a reference of
-// its own; painted without any setter, the solid shows the source's default.
+// its own; painted without any setter, the solid shows the source's default
+// shape (the text, the shape of its text).
 template <class T> void copiesAndPaint() {
     T solid;
+    if constexpr (std::is_same_v<T, VectorText>)
+        solid.setText(7.5); // an empty text has no shape to show
     QVERIFY(!solid.getInteractivelyPositioned() && !solid.getInteractivelyColored());
     QVERIFY(!solid.getRenderer() && solid.getActor()->GetProperty() == solid.getProperty());
     solid.paint(); // no renderer yet: nothing to do
@@ -165,10 +168,15 @@ private slots:
     void solidCopiesAndPaint_data() {
         QTest::addColumn<std::function<void()>>("check");
         const std::pair<const char*, void (*)()> solids[] = {
-            {"Sphere", copiesAndPaint<Sphere>}, {"Cube", copiesAndPaint<Cube>},
-            {"Cone", copiesAndPaint<Cone>},     {"Cylinder", copiesAndPaint<Cylinder>},
-            {"Arrow", copiesAndPaint<Arrow>},   {"DiskSource", copiesAndPaint<DiskSource>},
-            {"Plane", copiesAndPaint<Plane>},   {"RegularPolygon", copiesAndPaint<RegularPolygon>}};
+            {"Sphere", copiesAndPaint<Sphere>},
+            {"Cube", copiesAndPaint<Cube>},
+            {"Cone", copiesAndPaint<Cone>},
+            {"Cylinder", copiesAndPaint<Cylinder>},
+            {"Arrow", copiesAndPaint<Arrow>},
+            {"DiskSource", copiesAndPaint<DiskSource>},
+            {"Plane", copiesAndPaint<Plane>},
+            {"RegularPolygon", copiesAndPaint<RegularPolygon>},
+            {"VectorText", copiesAndPaint<VectorText>}};
         for (const auto& s : solids)
             QTest::newRow(s.first) << std::function<void()>(s.second);
     }

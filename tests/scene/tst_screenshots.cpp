@@ -1,6 +1,5 @@
 // Scene objects rendered off screen and probed pixel by pixel: a half pipe
-// among degenerate objects, a coloured grid with its arrows and legend, and
-// 3-D text showing a number.
+// among degenerate objects, and a coloured grid with its arrows and legend.
 #include <Orlavex/Orlavex.h>
 
 #include "ScreenshotProbe.h"
@@ -110,39 +109,6 @@ private slots:
         PROBE_VERIFY(count(image, reddish, box(400, 45, 475, 110)) > 0, image, "grid");
         PROBE_VERIFY(count(image, black, box(400, 0, 499, 399)) > 0, image, "grid");
         PROBE_VERIFY(count(image, white, box(0, 0, 40, 30)) == 41 * 31, image, "grid");
-    }
-
-    void textShowsNumber() {
-        VectorText text;
-        text.setText(7.5);
-        text.setColor(1, 0, 0);
-        View view(400, 200);
-        text.setRenderer(view.renderer);
-        text.paint();
-        view.renderer->ResetCamera();
-        const QImage image = view.grab();
-
-        // Where the text's bounds land on the image.
-        double b[6];
-        text.getActor()->GetBounds(b);
-        const QRect area = QRect(view.project(b[0], b[2], 0), view.project(b[1], b[3], 0))
-                               .normalized()
-                               .adjusted(-1, -1, 1, 1);
-        PROBE_VERIFY(area.width() > 50, image, "text");
-        const int coloured = count(image, red, area);
-        const int size = area.width() * area.height();
-        PROBE_VERIFY(coloured > size / 20 && coloured < size * 3 / 4, image, "text");
-        PROBE_VERIFY(count(image, red) == coloured, image, "text");
-        // Four characters, the point below the middle: the middle row crosses
-        // the strokes of "7", "5" and "0" and the gaps between them.
-        int runs = 0;
-        bool inside = false;
-        for (int x = area.left(); x <= area.right(); ++x) {
-            const bool hit = red(image.pixelColor(x, area.center().y()));
-            runs += hit && !inside ? 1 : 0;
-            inside = hit;
-        }
-        PROBE_VERIFY(runs >= 3, image, "text");
     }
 };
 

@@ -175,8 +175,9 @@ qint64 check(SessionReader& reader, const Options& o, int records) {
                 records, qPrintable(reader.libraryVersion()),
                 qPrintable(reader.header().value("started").toString()));
     if (count == 0 && !o.info)
-        quit(1, total == 0 ? QStringLiteral("%1 holds no complete cycle").arg(o.file)
-                           : QStringLiteral("%1 has no cycle from %2 on").arg(o.file).arg(o.from));
+        quit(total == 0 ? 1 : 2,
+             total == 0 ? QStringLiteral("%1 holds no complete cycle").arg(o.file)
+                        : QStringLiteral("%1 has no cycle from %2 on").arg(o.file).arg(o.from));
     return count;
 }
 
@@ -264,7 +265,6 @@ int main(int argc, char** argv) {
     } while (o.loop && !gone);
     if (!gone)
         server.nextCycle(&changes); // the front-end's acks of the last cycle
-    std::printf(gone ? "the front-end left after %lld cycles\n" : "replayed %lld cycles\n",
-                served);
+    std::printf(gone ? "the front-end left after %lld cycles\n" : "replayed %lld cycles\n", served);
     return 0;
 }

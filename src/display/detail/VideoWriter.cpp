@@ -50,11 +50,16 @@ struct VideoWriter::Impl {
 };
 
 bool VideoWriter::Impl::startEncoder() {
-    QStringList args{"-hide_banner", "-loglevel", "error", "-y",
-                     "-f", "rawvideo", "-pix_fmt", "rgb24",
-                     "-s", QStringLiteral("%1x%2").arg(padded.width()).arg(padded.height()),
-                     "-r", QString::number(fps), "-i", "-",
-                     "-c:v", encoder, "-pix_fmt", "yuv420p"};
+    QStringList args{
+        "-hide_banner", "-loglevel",
+        "error",        "-y",
+        "-f",           "rawvideo",
+        "-pix_fmt",     "rgb24",
+        "-s",           QStringLiteral("%1x%2").arg(padded.width()).arg(padded.height()),
+        "-r",           QString::number(fps),
+        "-i",           "-",
+        "-c:v",         encoder,
+        "-pix_fmt",     "yuv420p"};
     if (encoder == QLatin1String("mpeg4"))
         args << "-q:v"
              << "3";
@@ -91,16 +96,20 @@ bool VideoWriter::open(const QString& path, int fps) {
                  "%s.0001.png, ...",
                  qPrintable(d->path));
     } else {
-        d->encoder = hasEncoder(d->ffmpeg, "libx264") ? QStringLiteral("libx264")
-                                                      : QStringLiteral("mpeg4");
+        d->encoder =
+            hasEncoder(d->ffmpeg, "libx264") ? QStringLiteral("libx264") : QStringLiteral("mpeg4");
     }
     d->open = true;
     return true;
 }
 
-bool VideoWriter::isOpen() const { return d->open; }
+bool VideoWriter::isOpen() const {
+    return d->open;
+}
 
-QString VideoWriter::errorString() const { return d->error; }
+QString VideoWriter::errorString() const {
+    return d->error;
+}
 
 bool VideoWriter::addFrame(const QImage& frame) {
     if (!d->open)
@@ -128,8 +137,8 @@ bool VideoWriter::addFrame(const QImage& frame) {
     if (d->ffmpeg.isEmpty()) {
         const QImage padded(reinterpret_cast<const uchar*>(d->raw.constData()), w, h, row,
                             QImage::Format_RGB888);
-        const QString name = QStringLiteral("%1.%2.png").arg(d->path).arg(d->frames + 1, 4, 10,
-                                                                          QLatin1Char('0'));
+        const QString name =
+            QStringLiteral("%1.%2.png").arg(d->path).arg(d->frames + 1, 4, 10, QLatin1Char('0'));
         if (!padded.save(name, "PNG"))
             return d->fail(QStringLiteral("cannot write %1").arg(name));
         ++d->frames;
@@ -141,14 +150,16 @@ bool VideoWriter::addFrame(const QImage& frame) {
         return d->fail(QStringLiteral("ffmpeg does not take frames: %1").arg(d->encoderMessage()));
     while (d->process.bytesToWrite() > 0) {
         if (!d->process.waitForBytesWritten(kWriteWaitMs))
-            return d->fail(QStringLiteral("ffmpeg stopped taking frames: %1")
-                               .arg(d->encoderMessage()));
+            return d->fail(
+                QStringLiteral("ffmpeg stopped taking frames: %1").arg(d->encoderMessage()));
     }
     ++d->frames;
     return true;
 }
 
-int VideoWriter::frameCount() const { return d->frames; }
+int VideoWriter::frameCount() const {
+    return d->frames;
+}
 
 bool VideoWriter::close() {
     if (!d->open)

@@ -46,7 +46,8 @@ bool SessionReader::open(const QString& path) {
         return fail(QStringLiteral("cannot open %1: %2").arg(path, m_file.errorString()));
     char fixed[16];
     if (m_file.read(fixed, 16) != 16 || std::memcmp(fixed, kMagic, 8) != 0)
-        return fail(QStringLiteral("%1 is not an Orlavex recording (no recording header)").arg(path));
+        return fail(
+            QStringLiteral("%1 is not an Orlavex recording (no recording header)").arg(path));
     m_version = getU32(fixed + 8);
     if (m_version == 0 || m_version > kVersion)
         return fail(QStringLiteral("%1 has format version %2; this reader knows versions 1 to %3")
@@ -63,8 +64,8 @@ bool SessionReader::open(const QString& path) {
     if (text.size() != int(length) || m_file.read(crc, 4) != 4)
         return fail(QStringLiteral("%1: the recording header is cut short").arg(path));
     if (crc32(text.constData(), size_t(text.size())) != getU32(crc))
-        return fail(QStringLiteral("%1: the recording header is damaged (checksum mismatch)")
-                        .arg(path));
+        return fail(
+            QStringLiteral("%1: the recording header is damaged (checksum mismatch)").arg(path));
     QJsonParseError parse;
     const QJsonDocument doc = QJsonDocument::fromJson(text, &parse);
     if (!doc.isObject())
@@ -97,7 +98,8 @@ bool SessionReader::rewind() {
     m_framesLeft = 0;
     m_block.clear();
     m_pos = 0;
-    return m_file.seek(m_firstBlock) || fail(QStringLiteral("cannot seek: %1").arg(m_file.errorString()));
+    return m_file.seek(m_firstBlock) ||
+           fail(QStringLiteral("cannot seek: %1").arg(m_file.errorString()));
 }
 
 bool SessionReader::readBlock() {
@@ -184,13 +186,12 @@ bool SessionReader::parseFrame(SessionFrame* frame) {
             ok = bytes(&frame->strings[int(i)]);
     }
     if (!ok)
-        return fail(QStringLiteral("block %1, frame %2 is damaged")
-                        .arg(m_blockIndex)
-                        .arg(m_frameInBlock));
+        return fail(
+            QStringLiteral("block %1, frame %2 is damaged").arg(m_blockIndex).arg(m_frameInBlock));
     m_pos = pos;
     if (--m_framesLeft == 0 && m_pos != size)
-        return fail(QStringLiteral("block %1 holds more than its frames (damaged file)")
-                        .arg(m_blockIndex));
+        return fail(
+            QStringLiteral("block %1 holds more than its frames (damaged file)").arg(m_blockIndex));
     return true;
 }
 

@@ -46,7 +46,9 @@ inline quint32 getU32(const char* p) {
     const auto* u = reinterpret_cast<const unsigned char*>(p);
     return quint32(u[0]) | quint32(u[1]) << 8 | quint32(u[2]) << 16 | quint32(u[3]) << 24;
 }
-inline quint64 getU64(const char* p) { return getU32(p) | quint64(getU32(p + 4)) << 32; }
+inline quint64 getU64(const char* p) {
+    return getU32(p) | quint64(getU32(p + 4)) << 32;
+}
 } // namespace recording
 
 /// One cycle of a recording.

@@ -69,8 +69,8 @@ struct SessionRecorder::Impl {
 };
 
 // Returns what went wrong, or nothing.
-QString SessionRecorder::Impl::writeBlock(const std::string& raw, quint32 frames,
-                                          ZSTD_CCtx* cctx, std::string& out) {
+QString SessionRecorder::Impl::writeBlock(const std::string& raw, quint32 frames, ZSTD_CCtx* cctx,
+                                          std::string& out) {
     out.resize(ZSTD_compressBound(raw.size()));
     const size_t n = ZSTD_compressCCtx(cctx, &out[0], out.size(), raw.data(), raw.size(), kLevel);
     if (ZSTD_isError(n))
@@ -122,7 +122,9 @@ void SessionRecorder::Impl::writeLoop() {
 
 SessionRecorder::SessionRecorder() : d(new Impl) {}
 
-SessionRecorder::~SessionRecorder() { close(); }
+SessionRecorder::~SessionRecorder() {
+    close();
+}
 
 bool SessionRecorder::open(const QString& path, const QByteArray& registryJson) {
     close();
@@ -141,12 +143,11 @@ bool SessionRecorder::open(const QString& path, const QByteArray& registryJson) 
     }
     const QDateTime now = QDateTime::currentDateTimeUtc();
     d->start = Clock::now();
-    const QJsonObject header{
-        {"format", "orlavex-recording"},
-        {"version", int(kVersion)},
-        {"library", QStringLiteral(ORLAVEX_VERSION_TEXT)},
-        {"started", now.toString(Qt::ISODateWithMs)},
-        {"registry", QJsonDocument::fromJson(registryJson).object()}};
+    const QJsonObject header{{"format", "orlavex-recording"},
+                             {"version", int(kVersion)},
+                             {"library", QStringLiteral(ORLAVEX_VERSION_TEXT)},
+                             {"started", now.toString(Qt::ISODateWithMs)},
+                             {"registry", QJsonDocument::fromJson(registryJson).object()}};
     const QByteArray text = QJsonDocument(header).toJson(QJsonDocument::Compact);
     std::string head(kMagic, 8);
     putU32(head, kVersion);
@@ -166,7 +167,9 @@ bool SessionRecorder::open(const QString& path, const QByteArray& registryJson) 
     return true;
 }
 
-bool SessionRecorder::isOpen() const { return d->recording; }
+bool SessionRecorder::isOpen() const {
+    return d->recording;
+}
 
 QString SessionRecorder::errorString() const {
     std::lock_guard<std::mutex> guard(d->lock);
