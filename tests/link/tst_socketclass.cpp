@@ -256,6 +256,7 @@ private slots:
     }
 
     // A string cut short fails and leaves the link closed; sendData fails then.
+    // (A close from another thread in the wait: closeFromAnyThread.)
     void cutShort_data() {
         QTest::addColumn<QByteArray>("sent");
         QTest::addColumn<QString>("closedBy");
@@ -264,7 +265,6 @@ private slots:
         QTest::newRow("server, before the string") << QByteArray() << "server" << 0 << QString();
         QTest::newRow("server, during the string")
             << QByteArray("5,1.5,-0.") << "server" << 5 << "1.5,-0.";
-        QTest::newRow("another thread, in the wait") << QByteArray() << "thread" << 0 << QString();
         QTest::newRow("string longer than the maximum")
             << QByteArray(5000, '1') << "limit" << 0 << QString();
     }
@@ -282,23 +282,8 @@ private slots:
         if (closedBy == "limit")
             socket.setMaxStringLength(1000);
         connectTo(socket, server);
-        QElapsedTimer sinceClose;
-        std::thread closer([&] {
-            if (closedBy != "thread")
-                return;
-            // Not a synchronisation: before or during the wait, the close must
-            // end the call within one wait slice; the pause only makes "during"
-            // the usual case.
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            sinceClose.start();
-            socket.closeConnection();
-        });
         QString data;
         QCOMPARE(socket.getNumValue(&data), num);
-        const qint64 ms = closedBy == "thread" ? sinceClose.elapsed() : 0;
-        closer.join();
-        // Far below the server's 30 s: only the close can have ended the wait.
-        QVERIFY2(ms < 10000, "the close must end the wait");
         QCOMPARE(data, payload);
         QVERIFY(!socket.lastStringComplete());
         QVERIFY(!socket.isConnected());
