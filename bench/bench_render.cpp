@@ -10,6 +10,7 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QMainWindow>
 #include <QMetaObject>
 #include <QVBoxLayout>
 
@@ -74,10 +75,12 @@ Result measure(int n, double seconds) {
     }
 
     // The bare pipeline: the same actors, nothing of the library around them,
-    // in a window of its own as the canvas is (a top-level OpenGL widget is
+    // in a window built as the main window is (a top-level OpenGL widget is
     // shown differently from one inside a window).
-    QWidget bareHost;
-    auto* bareLayout = new QVBoxLayout(&bareHost);
+    QMainWindow bareHost;
+    auto* bareCentral = new QWidget;
+    bareHost.setCentralWidget(bareCentral);
+    auto* bareLayout = new QVBoxLayout(bareCentral);
     auto* bareWidget = new QVTKOpenGLNativeWidget;
     bareLayout->addWidget(bareWidget);
     QVTKOpenGLNativeWidget& bare = *bareWidget;
@@ -101,8 +104,11 @@ Result measure(int n, double seconds) {
     window.resize(640, 480);
     window.show();
     QApplication::processEvents();
-    bare.setFixedSize(canvas->size());
+    bareHost.resize(window.size());
     bareHost.show();
+    QApplication::processEvents();
+    if (bare.size() != canvas->size())
+        bare.setFixedSize(canvas->size());
     settle(*canvas, bare);
 
     const auto libraryPass = [&] {

@@ -96,14 +96,13 @@ int reference(const QString& data, int n, int m, QVector<T>* values, QVector<int
     ints->fill(0, m);
     for (int i = 0; i < n; ++i) {
         const bool runsToEnd = i == n - 1 && m == 0;
-        const int end = runsToEnd ? qMax(pos, last)
-                        : failed  ? -1
-                                  : data.indexOf(QLatin1Char(','), pos);
-        if (end < 0 || failed) {
-            failed = true;
+        if (!failed && !runsToEnd && data.indexOf(QLatin1Char(','), pos) < 0)
+            failed = true; // this field needed a comma and found none
+        if (failed) {
             anomalies += runsToEnd ? 0 : 1;
             continue;
         }
+        const int end = runsToEnd ? qMax(pos, last) : data.indexOf(QLatin1Char(','), pos);
         bool ok;
         (*values)[i] = qtNumber<T>(data.mid(pos, end - pos), &ok);
         anomalies += ok ? 0 : 1;

@@ -64,6 +64,9 @@ struct Chunk {
 
 // One direction of the session: reads `from`, writes `to` after the delay.
 struct Direction {
+    Direction(int* from_, int* to_, std::atomic<uint64_t>* counter_)
+        : from(from_), to(to_), counter(counter_) {}
+
     int* from;
     int* to;
     std::atomic<uint64_t>* counter;
