@@ -3,6 +3,8 @@
 // pause button.
 //
 //   minimal_client [--port P] [--cycles N]     N > 0 closes the window after N cycles
+//   minimal_client --describe FILE             writes what it expects of the server
+//                                              (records, fields, controls) as JSON
 #include <Orlavex/Orlavex.h>
 
 #include <QApplication>
@@ -16,7 +18,10 @@ int main(int argc, char** argv) {
     SurfaceFormat::prepare(); // before the QApplication exists
     QApplication app(argc, argv);
     int port = 4848, cycles = 0;
+    const char* describe = nullptr;
     for (int i = 1; i + 1 < argc; ++i) {
+        if (std::strcmp(argv[i], "--describe") == 0)
+            describe = argv[i + 1];
         if (std::strcmp(argv[i], "--port") == 0)
             port = std::atoi(argv[i + 1]);
         if (std::strcmp(argv[i], "--cycles") == 0)
@@ -70,6 +75,8 @@ int main(int argc, char** argv) {
     link->setPauseButtons(pause);
     link->setServerAddress("local");
     link->setServerPort(port);
+    if (describe) // for server authors: orlavex.Registry.load(FILE) checks every record
+        return link->writeRegistry(QString::fromLocal8Bit(describe)) ? 0 : 1;
 
     // Counted on the link thread after each render pass that it asked for:
     // one for the first painting of the scene, then one per cycle. The

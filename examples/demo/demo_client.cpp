@@ -12,6 +12,8 @@
 // --record FILE      record the session (replay it with orlavex-replay)
 // --video FILE       write a video of the window, one frame per cycle
 // --verbose          log the link's traffic to info.txt
+// --describe FILE    write what the front-end expects of the server (record
+//                    numbers, kinds, fields, controls) as JSON, and exit
 //
 // Each render pass overlaps the next exchange with the server, so a lab
 // across a slow network runs at the network's pace, not at that plus the
@@ -40,6 +42,7 @@ struct Options {
     int cycles = 0;
     QString screenshot;
     QString record;
+    QString describe;
     QString video;
     bool verbose = false;
 };
@@ -47,7 +50,7 @@ struct Options {
 void usage(FILE* to) {
     std::fprintf(to,
                  "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--record FILE]\n"
-                 "                   [--video FILE] [--verbose]\n");
+                 "                   [--video FILE] [--verbose] [--describe FILE]\n");
 }
 
 Options parse(int argc, char** argv) {
@@ -60,6 +63,8 @@ Options parse(int argc, char** argv) {
             o.cycles = std::atoi(argv[++i]);
         else if (std::strcmp(argv[i], "--screenshot") == 0 && hasValue)
             o.screenshot = QString::fromLocal8Bit(argv[++i]);
+        else if (std::strcmp(argv[i], "--describe") == 0 && hasValue)
+            o.describe = QString::fromLocal8Bit(argv[++i]);
         else if (std::strcmp(argv[i], "--record") == 0 && hasValue)
             o.record = QString::fromLocal8Bit(argv[++i]);
         else if (std::strcmp(argv[i], "--video") == 0 && hasValue)
@@ -125,6 +130,8 @@ int main(int argc, char** argv) {
     link->setVerbose(options.verbose);
     link->getSocket()->setVerbose(options.verbose);
     link->setOverlapRendering(true);
+    if (!options.describe.isEmpty())
+        return link->writeRegistry(options.describe) ? 0 : 1;
     if (!options.record.isEmpty())
         link->setRecordFile(options.record);
     if (!options.video.isEmpty() && !window.setVideoFile(options.video))

@@ -111,49 +111,38 @@ private slots:
     }
     void init() { QFile::remove(QStringLiteral("info.txt")); }
 
-    // The worked example of the protocol, with the verbose log on.
+    // The worked example of the protocol with the verbose log on: the log's
+    // exact lines, and the verbose echo of each parsed field. (The bytes on
+    // the wire and the parsed values: dataMessage, framing, processInput.)
     void workedExample() {
-        QByteArray message;
-        bool acks = false;
         ServerThread server([&](SimulationServer& s) {
             QVector<SimulationServer::Entry> entries;
             s.sendAck(QByteArray(1, '\x7f'));
             s.readData(&entries);
-            message = s.lastDataMessage();
-            // Silence until the client has logged a whole empty wait slice
-            // (each log line is flushed), however late its thread runs.
+            // Silence until the client has logged a whole empty wait slice.
             QElapsedTimer silence;
             silence.start();
             while (!logLines().contains("SOCKET: recv_string: Time out DATA") &&
                    silence.elapsed() < 20000)
                 s.readRaw(1, 20); // the client sends nothing while it waits
-            acks = s.sendChalk(12) && s.sendRaw("5,1.5,-0.25,3#") && s.readClientAck();
+            s.sendChalk(12) && s.sendRaw("5,1.5,-0.25,3#") && s.readClientAck();
         });
         SocketClass socket;
         socket.setVerbose(true);
         connectTo(socket, server);
-        int count = 2;
-        QVector<int> indices{3, 7};
-        QVector<double> values{0.5, -12.25};
-        QCOMPARE(socket.sendData(&count, &indices, &values), 1);
-        QCOMPARE(count, 2); // arguments are left alone
+        QCOMPARE(send(socket, 2, {3, 7}, {0.5, -12.25}), 1);
         QCOMPARE(socket.getChalk(), 12);
         QString payload;
         QCOMPARE(socket.getNumValue(&payload), 5);
-        QCOMPARE(payload, QStringLiteral("1.5,-0.25,3#"));
         QVector<float> numbers;
         QVector<double> doubles;
         QVector<int> ints;
-        StdoutCapture out; // verbose parsing echoes each field
+        StdoutCapture out;
         socket.processInput(&payload, &numbers, 3, &ints, 0);
-        QCOMPARE(numbers, (QVector<float>{1.5f, -0.25f, 3.0f}));
-        QVERIFY(ints.isEmpty());
         payload = "1#"; // the double form reports missing commas to the log only
         socket.processInput(&payload, &doubles, 3, &ints, 0);
         QCOMPARE(out.take(), QByteArray("1.5\t-0.25\t3\t"));
         QVERIFY(server.wait(10000));
-        QCOMPARE(message, QByteArray("2,3,0.500000,7,-12.250000#"));
-        QVERIFY(acks);
 
         const QStringList all = logLines();
         const int wait = all.indexOf("SOCKET: recv_string Waiting for receiving data");
