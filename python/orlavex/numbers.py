@@ -38,9 +38,9 @@ VECTOR_MIN = 48
 
 
 @lru_cache(maxsize=256)
-def _format(n, spec):
+def _format(n, fmt):
     # A prebuilt "%r,%r,...,%r" beats ",".join(map(repr, ...)) by about a third.
-    return (spec + ",") * (n - 1) + spec if n else ""
+    return (fmt + ",") * (n - 1) + fmt if n else ""
 
 
 def _refuse(values, precision, allow_nonfinite):
@@ -170,8 +170,8 @@ if _np is not None:
             if n >= VECTOR_MIN:
                 return _fixed16(single.astype(_np.float64))[:-1].tobytes()
             arr = single
-        spec = "%.9g" if arr.dtype == _np.float32 else "%r"
-        return (_format(n, spec) % tuple(arr.tolist())).encode("ascii")
+        fmt = "%.9g" if arr.dtype == _np.float32 else "%r"
+        return (_format(n, fmt) % tuple(arr.tolist())).encode("ascii")
 else:
     _format_array = None
 

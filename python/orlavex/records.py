@@ -112,12 +112,12 @@ def solid(num, kind, position=None, origin=(0.0, 0.0, 0.0), turns=(0.0, 0.0, 0.0
     >>> solid(1, "Sphere", position=(0, 2, 0), radius=0.25)
     Record(1, Sphere, 10 numbers)
     """
-    spec = SOLID_TAILS.get(kind)
-    if spec is None:
+    layout = SOLID_TAILS.get(kind)
+    if layout is None:
         raise ValueError("unknown solid kind %r (one of %s)" % (kind, ", ".join(SOLID_TAILS)))
     if position is not None:
         values = _placement(position, origin, turns)
-        for name, width in spec:
+        for name, width in layout:
             value = tail.pop(name, None)
             if value is None:
                 raise TypeError("a positioned %s record needs %s" % (kind, name))
@@ -128,7 +128,7 @@ def solid(num, kind, position=None, origin=(0.0, 0.0, 0.0), turns=(0.0, 0.0, 0.0
     else:
         values = []
     if tail:
-        known = {name for name, _ in spec}
+        known = {name for name, _ in layout}
         if set(tail) <= known:
             raise ValueError("%s belongs to the positioned block, which needs position"
                              % ", ".join(sorted(tail)))
