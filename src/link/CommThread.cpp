@@ -45,7 +45,9 @@ CommThread::~CommThread() {
 
 void CommThread::shutdown() {
     stop();
-    socket->closeConnection(); // a wait on the server ends at its next slice
+    // A wait on the server ends at its next slice; a connect not yet begun
+    // gives up at once.
+    socket->requestClose();
     quit();                    // exec() returns at once if it has not begun yet
     if (QThread::currentThread() == this)
         return; // asked from inside run(): the loop sees the flags and ends

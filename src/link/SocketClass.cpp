@@ -178,10 +178,7 @@ void SocketClass::closeConnection() {
     // either nobody is in a call and the caller owns the socket, or the
     // caller is the thread inside the call (the close then comes from within).
     const bool mayClose = m_inCall ? m_inCall == here : m_socketThread == here;
-    // With nothing connected and no call under way the close is kept for
-    // the next connect, so a shutdown that comes before the connect is not lost.
-    const bool idle = !m_inCall && m_socket->state() == QAbstractSocket::UnconnectedState;
-    if (!mayClose || idle) {
+    if (!mayClose) {
         m_closeRequested = true;
         return;
     }
@@ -191,6 +188,10 @@ void SocketClass::closeConnection() {
         m_socket->abort();
     m_rx.resize(0);
     m_rxPos = 0;
+}
+
+void SocketClass::requestClose() {
+    m_closeRequested = true;
 }
 
 bool SocketClass::pollClose() {

@@ -30,8 +30,12 @@ class LogStream;
 ///   Otherwise it only requests the close: the thread inside the call closes
 ///   the socket at its next wait slice (within about 40 ms) and the call
 ///   returns failure. A request made while no call runs is carried out by
-///   the next call, which then fails at once; a request made before or during
+///   the next call, which then fails at once; one made during
 ///   `connectToServer` makes the connect give up.
+/// - `requestClose` always only requests: a shutdown that may come before the
+///   connect (from any thread) uses it, so the connect that follows gives up
+///   at once. A close by the owner with nothing connected is no request, so
+///   a client may close and connect again.
 ///
 /// Waits never spin and never outlive the connection: each wait runs in short
 /// slices that end as soon as data arrives, and between slices it notices a
@@ -54,6 +58,9 @@ public:
     void connectToServer();
     /// Closes the connection, at once or by request (see the class comment).
     void closeConnection();
+    /// Asks the thread in a call, or the next call (a connect included), to
+    /// close and fail; callable from any thread.
+    void requestClose();
 
     /// Waits for the server ack, then sends the data message built from the
     /// first `*count` entries of the two vectors. 1 when sent, 0 when not.

@@ -367,7 +367,10 @@ private slots:
         clock.start();
         auto close = [&] {
             closedAt = clock.nsecsElapsed();
-            socket.closeConnection();
+            if (scene == 3)
+                socket.requestClose(); // the owner's own close would be none: nothing is open
+            else
+                socket.closeConnection();
         };
         auto blockingCall = [&] {
             if (scene >= 2)

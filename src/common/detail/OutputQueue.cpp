@@ -1,6 +1,7 @@
 #include "OutputQueue.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <condition_variable>
 #include <deque>
 #include <map>
@@ -17,6 +18,9 @@ struct Piece {
     QByteArray text;
 };
 
+class Writer;
+Writer& writer();
+
 class Writer {
 public:
     Writer() {
@@ -24,16 +28,22 @@ public:
         // reads for as long as the process lives, and the process must still
         // be able to end. Its state is never destroyed for the same reason.
         std::thread([this] { loop(); }).detach();
+        // What is still queued when the process ends goes out first, within
+        // a bound, so that the last lines are not lost to a prompt exit.
+        std::atexit([] { writer().waitWritten(500); });
     }
 
     void push(const OutputQueue::Sink& sink, QByteArray&& text) {
         {
             std::lock_guard<std::mutex> guard(m_lock);
-            if (m_queued > 0 && m_queued + text.size() > OutputQueue::kBudget) {
+            // Each sink has its own budget: a pipe nobody reads must not cost
+            // the log its lines.
+            qsizetype& queued = m_queued[sink.get()];
+            if (queued > 0 && queued + text.size() > OutputQueue::kBudget) {
                 ++m_dropped[sink.get()];
                 return;
             }
-            m_queued += text.size();
+            queued += text.size();
             m_pieces.push_back({sink, std::move(text)});
             ++m_pushed;
         }
@@ -58,7 +68,7 @@ private:
             std::fwrite(piece.text.constData(), 1, size_t(piece.text.size()), piece.sink.get());
             std::fflush(piece.sink.get());
             guard.lock();
-            m_queued -= piece.text.size();
+            m_queued[piece.sink.get()] -= piece.text.size();
             auto lost = m_dropped.find(piece.sink.get());
             if (lost != m_dropped.end()) {
                 // The sink flows again: say once what it missed.
@@ -81,7 +91,7 @@ private:
     std::condition_variable m_done;
     std::deque<Piece> m_pieces;
     std::map<std::FILE*, quint64> m_dropped;
-    qsizetype m_queued = 0;
+    std::map<std::FILE*, qsizetype> m_queued;
     quint64 m_pushed = 0;
     quint64 m_written = 0;
 };
