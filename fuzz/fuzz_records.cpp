@@ -78,14 +78,7 @@ const std::function<DrawableSource*()> kSolids[] = {
 
 // What the GUI thread does with a cycle's hand-over.
 void takeHandOver(detail::HandOver& batch) {
-    for (const detail::HandOver::Widget& w : batch.widgets) {
-        if (w.field)
-            w.field->setEnabled(w.value > 0.5);
-        else if (w.readOut)
-            w.readOut->setValue(w.value);
-    }
-    for (detail::HandOver::Trail& t : batch.trails)
-        t.trail->insertXY(&t.points);
+    batch.apply();
     batch = detail::HandOver();
 }
 

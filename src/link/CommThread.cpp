@@ -11,7 +11,6 @@
 #include <Orlavex/controls/NumberField.h>
 #include <Orlavex/controls/PauseButton.h>
 #include <Orlavex/controls/RadioButton.h>
-#include <Orlavex/display/TrailQwt.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/DrawableI.h>
 
@@ -216,16 +215,8 @@ void CommThread::applyHandOvers() {
         std::lock_guard<std::mutex> guard(m_handOverLock);
         batches.swap(m_handOvers);
     }
-    for (detail::HandOver& batch : batches) {
-        for (const detail::HandOver::Widget& w : batch.widgets) {
-            if (w.field)
-                w.field->setEnabled(w.value > 0.5);
-            else if (w.readOut)
-                w.readOut->setValue(w.value);
-        }
-        for (detail::HandOver::Trail& t : batch.trails)
-            t.trail->insertXY(&t.points); // the batch's own copy
-    }
+    for (detail::HandOver& batch : batches)
+        batch.apply();
 }
 
 void CommThread::handOver(detail::RecordContext& context) {

@@ -74,6 +74,17 @@ void RecordContext::apply(int num) {
         stats.anomalies[num] += amiss;
 }
 
+void HandOver::apply() {
+    for (const Widget& w : widgets) {
+        if (w.field)
+            w.field->setEnabled(w.value > 0.5);
+        else if (w.readOut)
+            w.readOut->setValue(w.value);
+    }
+    for (Trail& t : trails)
+        t.trail->insertXY(&t.points); // the batch's own copy
+}
+
 void RecordContext::releaseLargeBuffers() {
     if (message.capacity() > kLargePayload)
         message = QString();

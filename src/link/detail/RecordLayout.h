@@ -34,6 +34,8 @@ struct HandOver {
     std::vector<Widget> widgets; ///< in record order
     std::vector<Trail> trails;   ///< in record order
     bool empty() const { return widgets.empty() && trails.empty(); }
+    /// Carries the batch out, in record order; on the widgets' (GUI) thread.
+    void apply();
 };
 
 /// What applying records needs, owned by the link thread's run() for the
