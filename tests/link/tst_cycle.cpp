@@ -293,9 +293,8 @@ private slots:
                 QTest::qWait(5);
         }
         ::dup2(saved, 1);
-        ::close(saved);
-        ::close(pipeFds[0]);
-        ::close(pipeFds[1]);
+        for (int fd : {saved, pipeFds[0], pipeFds[1]})
+            ::close(fd);
         QVERIFY(flowed.startsWith("error process input\n"));
         QVERIFY2(flowed.contains(" pieces of output dropped while the output was blocked\n"),
                  flowed.right(200).constData());
