@@ -75,6 +75,7 @@ int main(int argc, char** argv) {
     link->setPauseButtons(pause);
     link->setServerAddress("local");
     link->setServerPort(port);
+    link->setCycleLimit(cycles); // the server serves exactly that many
     if (describe) // for server authors: orlavex.Registry.load(FILE) checks every record
         return link->writeRegistry(QString::fromLocal8Bit(describe)) ? 0 : 1;
 

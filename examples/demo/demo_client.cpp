@@ -130,6 +130,7 @@ int main(int argc, char** argv) {
     link->setVerbose(options.verbose);
     link->getSocket()->setVerbose(options.verbose);
     link->setOverlapRendering(true);
+    link->setCycleLimit(options.cycles); // the server serves exactly --cycles
     if (!options.describe.isEmpty())
         return link->writeRegistry(options.describe) ? 0 : 1;
     if (!options.record.isEmpty())

@@ -9,8 +9,7 @@ LogStream::~LogStream() { close(); }
 void LogStream::open() {
     if (m_file)
         return;
-    if (std::FILE* f = std::fopen(fileName(), "a"))
-        m_file.reset(f, [](std::FILE* file) { std::fclose(file); });
+    m_file = detail::OutputQueue::openAppend(fileName());
 }
 
 void LogStream::close() {
@@ -19,7 +18,7 @@ void LogStream::close() {
     if (!m_open.isEmpty())
         detail::OutputQueue::write(m_file, m_open);
     m_open.clear();
-    // The file closes once the output thread has written its last queued line.
+    // The file closes once its last queued line is written.
     m_file.reset();
 }
 
@@ -44,6 +43,10 @@ bool LogStream::waitWritten(int msecs) {
 
 void LogStream::toStandardOutput(const QByteArray& text) {
     detail::OutputQueue::write(detail::OutputQueue::standardOutput(), text);
+}
+
+void LogStream::toStandardError(const QByteArray& text) {
+    detail::OutputQueue::write(detail::OutputQueue::standardError(), text);
 }
 
 } // namespace Orlavex

@@ -5,18 +5,20 @@
 #include <QByteArray>
 #include <QString>
 
-#include <cstdio>
 #include <memory>
 
 namespace Orlavex {
 
+namespace detail {
+struct OutputSink;
+}
+
 /// One writer's log on the shared file "info.txt" in the working directory.
 ///
 /// The socket client and the link thread each keep one of these on the same
-/// file. Each completed line is handed to the library's output thread, which
-/// writes it in one piece followed by a flush, in the order lines were
-/// completed; so lines of different writers never interleave within a line,
-/// and the caller never waits for the disk (see `waitWritten`). A line may be
+/// file. Each completed line is written in one piece, in the order lines were
+/// completed, so lines of different writers never interleave within a line;
+/// the caller never waits for the output (see `waitWritten`). A line may be
 /// left open (`putOpen`); its text then waits in this writer until the next
 /// completed line carries it out. When the file cannot be opened everything
 /// written is silently dropped.
@@ -45,12 +47,15 @@ public:
     /// the library has produced so far is written; for tests and for
     /// applications that want their log complete before they exit.
     static bool waitWritten(int msecs);
-    /// Writes text to standard output through the same output thread: the
-    /// caller never blocks, also when nobody reads standard output.
+    /// Writes text to standard output before returning when the output takes
+    /// it at once; otherwise it waits in a bounded queue (see `waitWritten`).
+    /// The caller never blocks, also when nobody reads standard output.
     static void toStandardOutput(const QByteArray& text);
+    /// The same for standard error.
+    static void toStandardError(const QByteArray& text);
 
 private:
-    std::shared_ptr<std::FILE> m_file;
+    std::shared_ptr<detail::OutputSink> m_file;
     QByteArray m_open; // text of a line left open, not yet written
 };
 

@@ -133,7 +133,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     const QVector<Dialog*> dialogs = m_link ? m_link->dialogs : QVector<Dialog*>();
     for (Dialog* d : dialogs) {
         d->close();
-        // Through the library's output thread: a full pipe must not hang the GUI.
+        // Written at once when standard output takes it; a full pipe never hangs the GUI.
         LogStream::toStandardOutput(QByteArrayLiteral("Closing windows"));
     }
     event->accept();

@@ -96,8 +96,8 @@ private slots:
     void renderWindow();
     void closeWindow();
     void showCurve(QwtPlotItem* item, bool on);
-    /// Hands points to a trail. The link thread no longer calls it (trail
-    /// points reach their trails in the cycle's hand-over); kept for clients.
+    /// Hands points to a trail. The link thread does not call it: trail
+    /// points reach their trails in the cycle's hand-over.
     void pointTrail(TrailQwt* trail, QVector<double>* points);
 
 private:

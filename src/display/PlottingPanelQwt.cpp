@@ -15,14 +15,17 @@ PlottingPanelQwt::PlottingPanelQwt(QWidget* parent)
     ensureLegend();
 }
 
-PlottingPanelQwt::~PlottingPanelQwt() = default;
+PlottingPanelQwt::~PlottingPanelQwt() {
+    // Inserted, the plot owns it; never inserted, it has no parent and is ours.
+    if (plotLegend && !plotLegend->parent())
+        delete plotLegend.data();
+}
 
 bool PlottingPanelQwt::ensureLegend() {
     if (plotLegend)
         return false;
-    plotLegend = new QwtLegend(this);
-    // Explicitly hidden, so that showing the panel does not show it too; the
-    // plot shows it once it is inserted and has entries.
+    // No parent until insertLeg: a plot without a legend has no legend child.
+    plotLegend = new QwtLegend;
     plotLegend->hide();
     return true;
 }

@@ -43,6 +43,7 @@ CommThread::~CommThread() {
 }
 
 void CommThread::shutdown() {
+    m_closing = true;
     stop();
     // A wait on the server ends at its next slice; a connect not yet begun
     // gives up at once.
@@ -66,6 +67,7 @@ void CommThread::shutdown() {
 }
 
 void CommThread::closeConnection() {
+    m_closing = true;
     socket->closeConnection();
 }
 
@@ -300,11 +302,16 @@ void CommThread::run() {
                 relay->start(context.stats);
             }
         }
+        if (ok && m_cycleLimit > 0 && cycle >= m_cycleLimit)
+            stop(); // the loop ends before another exchange
         if (!ok) {
             failed = true;
-            // A close that the client application asked for is no failure.
-            if (!stopped) {
+            // A close that the client application made itself is no failure.
+            if (!m_closing) {
                 logLine("COMMTHREAD: Connection failed");
+                // Always said, verbose or not: otherwise a server that was
+                // never started looks the same as one that ended normally.
+                LogStream::toStandardError(failureLine(cycle - 1));
                 emit connectionFailed();
             }
         }
@@ -316,6 +323,20 @@ void CommThread::run() {
         m_recorder->close();
     exec();
     m_runEnded.store(true, std::memory_order_release);
+}
+
+QByteArray CommThread::failureLine(qint64 completedCycles) const {
+    const QString where =
+        QStringLiteral("%1:%2").arg(socket->serverAddress().toString()).arg(socket->serverPort());
+    const QString reason = socket->failureReason();
+    QString text;
+    if (socket->wasConnected())
+        text = QStringLiteral("%1 after cycle %2").arg(reason).arg(completedCycles);
+    else if (reason == QLatin1String("connection refused"))
+        text = QStringLiteral("connection refused: is the server running on %1?").arg(where);
+    else
+        text = QStringLiteral("cannot connect to %1: %2").arg(where, reason);
+    return text.toLocal8Bit() + '\n';
 }
 
 bool CommThread::exchange(detail::RecordContext& context, bool buffer) {

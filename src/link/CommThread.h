@@ -128,6 +128,12 @@ public:
     /// server string. Set before `start()`; an empty path records nothing.
     void setRecordFile(const QString& path) { m_recordPath = path; }
     QString recordFile() const { return m_recordPath; }
+    /// Ends the exchange by itself after `cycles` cycles, as `stop()` would
+    /// right after the last one's records: the server serves exactly that
+    /// many, and the front-end renders that many passes after its start-up
+    /// pass. 0 (the default) runs until stopped. Set before `start()`.
+    void setCycleLimit(qint64 cycles) { m_cycleLimit = cycles; }
+    qint64 cycleLimit() const { return m_cycleLimit; }
     /// Cycles whose render pass has been asked for so far (start-up's excluded).
     qint64 cyclesHandedOver() const { return m_cyclesHandedOver.load(); }
 
@@ -140,7 +146,8 @@ public:
 
     /// Clears the stop flag (only matters before the loop has seen it).
     void play();
-    /// Ends the cycle loop at its next check; a cycle under way finishes first.
+    /// Ends the cycle loop at its next check; a cycle under way finishes
+    /// first, and a link that fails in it still emits `connectionFailed()`.
     void stop();
     /// Stops the cycle, closes the link (a blocked wait ends within one wait
     /// slice), ends the thread's event loop and waits until the thread has
@@ -150,7 +157,8 @@ public:
     /// this and returns. No `connectionFailed()` follows a shutdown. The
     /// destructor does the same.
     void shutdown();
-    /// Asks the socket client to close the link (see `SocketClass::closeConnection`).
+    /// Asks the socket client to close the link (see `SocketClass::closeConnection`);
+    /// a close the client application makes is no failure.
     void closeConnection();
 
     bool isStopped() const { return stopped.load(); }
@@ -163,8 +171,11 @@ public:
     int getPendingCount() const;
 
 signals:
-    /// The link failed (the server closed, reset or broke the protocol).
-    /// Never emitted for a shutdown the client application asked for.
+    /// The link failed (no server, or the server closed, reset or broke the
+    /// protocol); one line on standard error says which, for example
+    /// "connection refused: is the server running on 127.0.0.1:5000?" or
+    /// "the server closed the connection after cycle 181". Never emitted for
+    /// a close the client application made itself.
     void connectionFailed();
     /// The render pass: emitted blocking-queued by the main window's connection.
     void dataUpdated();
@@ -189,14 +200,21 @@ private:
     void applyBuffered(detail::RecordContext& context);
     void handOver(detail::RecordContext& context);
     void logLine(const QByteArray& text);
+    /// The one line on standard error that says why the link failed.
+    QByteArray failureLine(qint64 completedCycles) const;
 
     std::unique_ptr<SocketClass> socket;
     std::unique_ptr<LogStream> logFile;
     std::atomic<bool> stopped{false};
     std::atomic<bool> paused{false};
     std::atomic<bool> m_runEnded{false}; ///< see shutdown()
+    /// The client application closes the link itself (shutdown(),
+    /// closeConnection()): the failure that follows is no failure. stop()
+    /// alone does not set it; a cycle it lets finish may still fail.
+    std::atomic<bool> m_closing{false};
     bool verbose = false;
     bool m_overlap = false;
+    qint64 m_cycleLimit = 0;
     QString m_recordPath;
     std::unique_ptr<detail::SessionRecorder> m_recorder;
     std::atomic<qint64> m_cyclesHandedOver{0};

@@ -141,6 +141,8 @@ void SocketClass::connectToServer() {
             m_socket->abort();
         m_rx.resize(0);
         m_rxPos = 0;
+        m_wasConnected = false;
+        m_protocolError.clear();
     }
 
     if (!pollClose()) {
@@ -156,6 +158,7 @@ void SocketClass::connectToServer() {
         }
     }
     if (m_socket->state() == QAbstractSocket::ConnectedState) {
+        m_wasConnected = true;
         // One-byte acks and short data messages must not wait for Nagle's
         // algorithm and the peer's delayed ACK: at internet latency that
         // costs a round trip per string.
@@ -199,6 +202,27 @@ bool SocketClass::pollClose() {
         return false;
     closeConnection(); // called inside a call: closes at once
     return true;
+}
+
+QString SocketClass::failureReason() const {
+    if (!m_protocolError.isEmpty())
+        return m_protocolError;
+    switch (m_socket->error()) {
+    case QAbstractSocket::ConnectionRefusedError:
+        return QStringLiteral("connection refused");
+    case QAbstractSocket::RemoteHostClosedError:
+        return QStringLiteral("the server closed the connection");
+    case QAbstractSocket::HostNotFoundError:
+        return QStringLiteral("host not found");
+    case QAbstractSocket::NetworkError:
+        return QStringLiteral("the network failed");
+    case QAbstractSocket::UnknownSocketError:
+        // A close seen through the socket's state, before any error was set.
+        return m_wasConnected ? QStringLiteral("the server closed the connection")
+                              : QStringLiteral("no connection");
+    default:
+        return m_socket->errorString();
+    }
 }
 
 bool SocketClass::isConnected() const {
@@ -426,6 +450,8 @@ bool SocketClass::receiveString(char terminal, const char** begin, int* length) 
     if (tooLong) {
         qWarning("SOCKET: recv_string: server string longer than %lld bytes, connection closed",
                  static_cast<long long>(m_maxStringLength));
+        m_protocolError = QStringLiteral("the server sent a string longer than %1 bytes")
+                              .arg(m_maxStringLength);
         m_closeRequested = true;
         pollClose();
         m_rxPos = m_rx.size(); // nothing of the string is returned

@@ -115,6 +115,11 @@ public:
     bool lastStringComplete() const { return m_lastStringComplete; }
     /// Whether the connection is up, as seen by the thread that uses the socket.
     bool isConnected() const;
+    /// True once a connect has succeeded (a later failure is then a lost link).
+    bool wasConnected() const { return m_wasConnected; }
+    /// Why the link failed, in a few words for people ("connection refused",
+    /// "the server closed the connection", ...); empty while nothing failed.
+    QString failureReason() const;
     QHostAddress serverAddress() const { return m_address; }
     quint16 serverPort() const { return m_port; }
     bool isVerbose() const { return m_verbose; }
@@ -182,6 +187,8 @@ private:
     QThread* m_socketThread = nullptr;
     QThread* m_inCall = nullptr;
     std::atomic<bool> m_closeRequested{false};
+    bool m_wasConnected = false;
+    QString m_protocolError; ///< a failure the server's bytes caused
 };
 
 } // namespace Orlavex

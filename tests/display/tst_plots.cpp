@@ -9,6 +9,7 @@
 #include "GuiTestMain.h"
 #include "ScreenshotProbe.h"
 
+#include <qwt_legend.h>
 #include <qwt_legend_label.h>
 #include <qwt_plot_curve.h>
 #include <qwt_plot_layout.h>
@@ -254,6 +255,8 @@ private slots:
         PlottingPanelQwt plot;
         plot.insertLeg(expected >= 0, position.isNull() ? nullptr : position.constData());
         QCOMPARE(plot.legend(), expected < 0 ? nullptr : plot.getLegend());
+        // Not asked for, the legend is no child of the plot.
+        QCOMPARE(plot.findChild<QwtLegend*>() != nullptr, expected >= 0);
         if (expected >= 0)
             QCOMPARE(int(plot.plotLayout()->legendPosition()), expected);
     }

@@ -4,11 +4,13 @@
 #include <Orlavex/Orlavex.h>
 
 #include "CycleRun.h"
+#include "StdoutCapture.h"
 #include "GuiTestMain.h"
 #include "SignalCounter.h"
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <vtkActor.h>
@@ -16,11 +18,16 @@
 #include <chrono>
 #include <csignal>
 #include <mutex>
+#include <optional>
 #include <iterator>
 #include <thread>
 
 #include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+extern char** environ;
 
 namespace {
 void addPending(CommThread& t, int index, double value) {
@@ -212,6 +219,75 @@ private slots:
         QCOMPARE(updates.count(), 3);
     }
 
+    // stop() lets the cycle under way finish; a link that fails in it is
+    // still a failure that closes the window. Only a close the client
+    // application makes itself is none.
+    void failureAfterStop() {
+        std::atomic<bool> inCycle{false}, release{false};
+        QVector<SimulationServer::Entry> entries;
+        ServerThread server([&](SimulationServer& s) {
+            s.sendAck();
+            s.readData(&entries);
+            s.sendChalk(1);
+            inCycle = true;
+            while (!release.load())
+                QThread::msleep(1);
+        }); // then hangs up before the record
+        CommThread thread;
+        connectTo(thread, server.port());
+        Sphere sphere;
+        thread.setSendingObjI(1, &sphere);
+        SignalCounter failures(&thread, &CommThread::connectionFailed);
+        thread.start();
+        QTRY_VERIFY(inCycle.load());
+        thread.stop();
+        release = true;
+        QTRY_COMPARE(failures.count(), 1);
+        thread.shutdown();
+        QCOMPARE(failures.count(), 1);
+    }
+
+    // A failed link says why on standard error, in one line; a close the
+    // client application makes says nothing.
+    void failureLines_data() {
+        QTest::addColumn<int>("serverCycles"); // -1: no server listens
+        QTest::addColumn<bool>("clientCloses");
+        QTest::addColumn<QString>("line"); // %1: the port
+        QTest::newRow("no server") << -1 << false
+                                   << "connection refused: is the server running on 127.0.0.1:%1?\n";
+        QTest::newRow("server ends") << 2 << false
+                                     << "the server closed the connection after cycle 2\n";
+        QTest::newRow("client closes") << 1000000 << true << "";
+    }
+    void failureLines() {
+        QFETCH(int, serverCycles);
+        QFETCH(bool, clientCloses);
+        QFETCH(QString, line);
+        std::optional<CycleServer> server;
+        quint16 port;
+        if (serverCycles < 0) {
+            QTcpServer closed; // a port that was free a moment ago
+            QVERIFY(closed.listen(QHostAddress::LocalHost));
+            port = closed.serverPort();
+        } else {
+            server.emplace([](int) { return QVector<QByteArray>{"1,#"}; }, serverCycles);
+            port = server->port();
+        }
+        StdoutCapture err(2);
+        CommThread thread;
+        connectTo(thread, port);
+        Sphere sphere;
+        thread.setSendingObjI(1, &sphere);
+        SignalCounter failures(&thread, &CommThread::connectionFailed);
+        thread.start();
+        if (clientCloses)
+            QTRY_VERIFY(server->cycles() > 2);
+        else
+            QTRY_COMPARE(failures.count(), 1);
+        thread.shutdown();
+        QCOMPARE(QString::fromLocal8Bit(err.take()), line.arg(port));
+    }
+
     // Per-cycle statistics, and values that must not stick: a turn or a trail
     // point that is not finite is skipped and counted with its record.
     void statistics() {
@@ -298,6 +374,64 @@ private slots:
         QVERIFY(flowed.startsWith("error process input\n"));
         QVERIFY2(flowed.contains(" pieces of output dropped while the output was blocked\n"),
                  flowed.right(200).constData());
+    }
+
+    // The same as a user meets it: a real front-end whose standard output is
+    // a pipe that nobody reads, fed hundreds of records that each print
+    // "error process input", must still exit promptly once its window closes.
+    // (The C library flushes stdout at exit; a library thread stuck in a
+    // write while holding stdout's lock would hold the process for ever.)
+    void blockedStandardOutputProcess() {
+        const QByteArray client = qgetenv("ORLAVEX_MINIMAL_CLIENT");
+        if (client.isEmpty())
+            QSKIP("the examples are not built");
+        int pipeFds[2];
+        QVERIFY(::pipe2(pipeFds, O_CLOEXEC) == 0);
+        ::fcntl(pipeFds[1], F_SETPIPE_SZ, 4096);
+        const int cycles = 300;
+        // Record 1, the ball, wants 10 numbers: 9 fields find no comma.
+        CycleServer server([](int) { return QVector<QByteArray>{"1,1#", "2,1.5#"}; }, cycles + 5);
+        const QByteArray port = QByteArray::number(server.port());
+        const QByteArray count = QByteArray::number(cycles);
+        char* argv[] = {const_cast<char*>(client.constData()), const_cast<char*>("--port"),
+                        const_cast<char*>(port.constData()), const_cast<char*>("--cycles"),
+                        const_cast<char*>(count.constData()), nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
+        pid_t pid = -1;
+        const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv, environ);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(pipeFds[1]);
+        QCOMPARE(spawned, 0);
+        // Its window closes after the last cycle's render pass; from the
+        // moment the server has seen that cycle, the process must be gone
+        // within a second. Under a race checker everything is many times
+        // slower; a hang is still caught.
+        int status = 0;
+        QElapsedTimer sinceLast;
+        QElapsedTimer clock;
+        clock.start();
+        while (::waitpid(pid, &status, WNOHANG) == 0 && clock.elapsed() < 60000) {
+            if (!sinceLast.isValid() && server.cycles() >= cycles)
+                sinceLast.start();
+            if (sinceLast.isValid() && sinceLast.elapsed() > 30000) {
+                ::kill(pid, SIGKILL);
+                ::waitpid(pid, &status, 0);
+                break;
+            }
+            QTest::qWait(5);
+        }
+        QVERIFY2(server.cycles() >= cycles, "the front-end ended before its last cycle");
+        const qint64 took = sinceLast.isValid() ? sinceLast.elapsed() : 0;
+        const int bound = qEnvironmentVariableIsSet("ORLAVEX_SANITIZER_RUN") ? 10000 : 1000;
+        char head[64] = {};
+        const ssize_t got = ::read(pipeFds[0], head, 20);
+        ::close(pipeFds[0]);
+        QVERIFY2(took < bound, qPrintable(QString("exited %1 ms after the last cycle").arg(took)));
+        QVERIFY(WIFEXITED(status));
+        QCOMPARE(WEXITSTATUS(status), 0);
+        QCOMPARE(QByteArray(head, int(qMax<ssize_t>(got, 0))), QByteArray("error process input\n"));
     }
 
     // The fault matrix: at each point of a cycle, each fault of the server.

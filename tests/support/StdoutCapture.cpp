@@ -8,13 +8,13 @@
 #include <cstring>
 #include <unistd.h>
 
-StdoutCapture::StdoutCapture() {
+StdoutCapture::StdoutCapture(int fd) : m_target(fd) {
     Orlavex::LogStream::waitWritten(5000); // earlier output stays out of the capture
     std::fflush(stdout);
     std::strcpy(m_path, "/tmp/orlavex-stdout-XXXXXX");
     m_fd = mkstemp(m_path);
-    m_saved = dup(1);
-    dup2(m_fd, 1);
+    m_saved = dup(m_target);
+    dup2(m_fd, m_target);
 }
 
 StdoutCapture::~StdoutCapture() { take(); }
@@ -22,10 +22,9 @@ StdoutCapture::~StdoutCapture() { take(); }
 QByteArray StdoutCapture::take() {
     if (m_saved < 0)
         return QByteArray();
-    // The library writes standard output from its output thread.
-    Orlavex::LogStream::waitWritten(5000);
+    // No wait for the library: what it printed is out when its call returned.
     std::fflush(stdout);
-    dup2(m_saved, 1);
+    dup2(m_saved, m_target);
     close(m_saved);
     m_saved = -1;
     close(m_fd);

@@ -2,33 +2,44 @@
 
 #include <QByteArray>
 
-#include <cstdio>
 #include <memory>
 
 namespace Orlavex {
 namespace detail {
 
-/// The one writer of the library's diagnostics (standard output and the log
-/// file). Callers hand it text and go on at once: a thread of its own writes
-/// the text, in the order it was handed over, each piece in one write
-/// followed by a flush. When a sink stops taking text (a pipe that nobody
-/// reads), at most `kBudget` bytes wait for it (a single larger piece only
-/// when nothing else waits); further text for that sink is dropped and counted, and once that sink takes text again one line says how many
-/// pieces were lost. Nothing here ever waits for a sink, so the link thread
-/// and its shutdown cannot be held up by output. What is queued when the
-/// process exits is written first, waiting at most half a second. (Text the
-/// application prints itself is not queued, so on a shared standard output
-/// it may come before library text handed over just earlier.)
+/// The one writer of the library's diagnostics: standard output, standard
+/// error and the log file.
+///
+/// Text is written by the calling thread, before `write` returns, whenever
+/// the sink takes it at once; so "Closing windows" is on standard output
+/// when the call that printed it returns, in order with the application's
+/// own output as far as the C library lets us see it (buffered application
+/// text is flushed first when that cannot block). Nothing here ever waits
+/// for a sink: descriptors are written without blocking and never through
+/// the C library's FILE locks, so no library thread can hold stdout's lock
+/// in a write to a pipe that nobody reads, and the process can always exit.
+///
+/// Only when a sink is full (a pipe that nobody reads) does text queue: at
+/// most `kBudget` bytes per sink (a single larger piece only when nothing
+/// else waits); further text for that sink is dropped and counted, and once
+/// the sink takes text again one line says how many pieces were lost. A
+/// thread of its own writes queued text as the sink drains. What is queued
+/// when the process exits is written first, waiting at most half a second.
+struct OutputSink;
+
 class OutputQueue {
 public:
-    /// A sink that the queue keeps open until its last queued text is out.
-    using Sink = std::shared_ptr<std::FILE>;
+    /// A descriptor the queue writes to; kept open until its last queued text is out.
+    using Sink = std::shared_ptr<OutputSink>;
 
     static constexpr qsizetype kBudget = 64 * 1024;
 
     static void write(const Sink& sink, QByteArray text);
-    /// Standard output as a sink (never closed by the queue).
+    /// Opens `path` for appending (created when missing); null when it cannot.
+    static Sink openAppend(const char* path);
+    /// Standard output and standard error as sinks (never closed by the queue).
     static const Sink& standardOutput();
+    static const Sink& standardError();
     /// Waits up to `msecs` until everything queued so far has been written.
     static bool waitWritten(int msecs);
 };
