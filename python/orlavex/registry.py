@@ -1,5 +1,6 @@
 """The front-end's registry description: for each num field the kind, its
-flags and the ordered fields its record carries.
+flags and the ordered fields its record carries; and the controls whose
+changes come in the data message, by index (and by name, when it names them).
 
 A front-end writes it with ``CommThread::writeRegistry(path)``. With it a
 server checks every record before it goes on the wire, and can build records
@@ -53,13 +54,45 @@ class Entry:
         return "Entry(%d, %s, %d numbers)" % (self.num, self.kind, self.count)
 
 
+def _control_label(control):
+    label = control["kind"]
+    if "name" in control:
+        label += ' "%s"' % control["name"]
+    if "group" in control:
+        label += ' (group "%s")' % control["group"]
+    return label
+
+
+def _read_controls(controls, source):
+    """The control entries, each a dict of index, kind and, when given, name
+    and group; RegistryError for a malformed entry or an index used twice,
+    since the server could not tell the two controls' changes apart."""
+    out, by_index = [], {}
+    for c in controls:
+        index = c.get("index") if isinstance(c, dict) else None
+        if not isinstance(index, int) or isinstance(index, bool) or not all(
+                isinstance(c.get(key, ""), str) for key in ("kind", "name", "group")):
+            raise RegistryError("%s has a malformed control entry %r" % (source, c))
+        control = {"index": index, "kind": c.get("kind", "control")}
+        control.update((key, c[key]) for key in ("name", "group") if key in c)
+        if index in by_index:
+            raise RegistryError("%s: control index %d is registered twice: %s and %s"
+                                % (source, index, _control_label(by_index[index]),
+                                   _control_label(control)))
+        by_index[index] = control
+        out.append(control)
+    return out
+
+
 class Registry:
     """The records a front-end reads, by num field (`records`), and its
-    controls (`controls`: dicts with "index" and "kind")."""
+    controls (`controls`: dicts with "index" and "kind", and "name" and
+    "group" when the description gives them; `control` finds an index by
+    name)."""
 
-    def __init__(self, entries, controls=(), library=None):
+    def __init__(self, entries, controls=(), library=None, source="the registry description"):
         self.records = {e.num: e for e in entries}
-        self.controls = list(controls)
+        self.controls = _read_controls(controls, source)
         self.library = library
 
     @classmethod
@@ -99,7 +132,10 @@ class Registry:
             if isinstance(e, RegistryError):
                 raise
             raise RegistryError("%s has a malformed record entry (%s)" % (source, e)) from None
-        return cls(entries, root.get("controls", ()), root.get("library"))
+        controls = root.get("controls", [])
+        if not isinstance(controls, list):
+            raise RegistryError("%s has a malformed control list" % source)
+        return cls(entries, controls, root.get("library"), source)
 
     def __len__(self):
         return len(self.records)
@@ -110,6 +146,23 @@ class Registry:
         except KeyError:
             raise RegistryError("record %d is not registered by the front-end (it reads %s)"
                                 % (num, self._nums())) from None
+
+    def control(self, name, group=None):
+        """The index of the control called `name`; `group` picks among radio
+        buttons of that name in different button groups. RegistryError when
+        no control, or more than one, answers to it."""
+        found = [c for c in self.controls if c.get("name") == name
+                 and (group is None or c.get("group") == group)]
+        if len(found) == 1:
+            return found[0]["index"]
+        wanted = '"%s"%s' % (name, "" if group is None else ' in group "%s"' % group)
+        if found:
+            raise RegistryError("%d controls are called %s (%s): pass group= to pick one"
+                                % (len(found), wanted, ", ".join(
+                                    "%d %s" % (c["index"], _control_label(c)) for c in found)))
+        named = ["%d %s" % (c["index"], _control_label(c)) for c in self.controls if "name" in c]
+        raise RegistryError("no control is called %s (named controls: %s)"
+                            % (wanted, ", ".join(named) or "none"))
 
     def _nums(self):
         return ", ".join("%d %s" % (n, e.kind) for n, e in sorted(self.records.items())) or "none"

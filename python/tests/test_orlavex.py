@@ -10,8 +10,8 @@ import traceback
 import pytest
 
 from conftest import front_end, gui_command
-from orlavex import (Colour, FrontEndClosed, ProtocolError, RegistryError, SimulationServer,
-                     format_numbers, records)
+from orlavex import (Colour, FrontEndClosed, ProtocolError, Registry, RegistryError,
+                     SimulationServer, format_numbers, records)
 from orlavex.numbers import FLT_MAX
 
 COLOUR = Colour(rgb=(0.1, 0.2, 0.3), diffuse=0.7, specular=0.4, specular_power=12.5,
@@ -136,6 +136,43 @@ def test_registry_mismatch_is_refused_before_sending(fake_front_end, registry, a
     assert received == [b"MARK#"]
 
 
+NAMED_CONTROLS = [{"index": 3, "kind": "NumberField", "name": "gravity"},
+                  {"index": 4, "kind": "RadioButton", "name": "Euler", "group": "integrator"},
+                  {"index": 5, "kind": "RadioButton", "name": "on", "group": "trail"},
+                  {"index": 6, "kind": "RadioButton", "name": "on", "group": "grid"},
+                  {"index": 7, "kind": "DisplayDouble"}]
+
+
+@pytest.mark.parametrize("controls, ask, expected", [
+    (NAMED_CONTROLS, lambda r: r.control("gravity"), 3),
+    (NAMED_CONTROLS, lambda r: r.control("on", group="grid"), 6),
+    (NAMED_CONTROLS, lambda r: tuple(c.get("name") for c in r.controls),
+     ("gravity", "Euler", "on", "on", None)),
+    (NAMED_CONTROLS, lambda r: r.control("on"), ['2 controls are called "on"', "group="]),
+    (NAMED_CONTROLS, lambda r: r.control("drag"),
+     ['no control is called "drag"', '3 NumberField "gravity"', '4 RadioButton "Euler"']),
+    ([NAMED_CONTROLS[0], dict(NAMED_CONTROLS[1], index=3)], None,
+     ['control index 3 is registered twice: NumberField "gravity" and RadioButton "Euler" '
+      '(group "integrator")']),
+    ([{"index": 1, "kind": "NumberField"}, NAMED_CONTROLS[4], {"index": 1, "kind": "RadioButton"}],
+     None, ["control index 1 is registered twice: NumberField and RadioButton"]),
+    ([{"index": "1", "kind": "NumberField"}], None, ["malformed control entry"]),
+], ids=["by-name", "by-name-and-group", "names", "ambiguous-name", "unknown-name",
+        "duplicate-named", "duplicate-unnamed", "malformed"])
+def test_registry_controls(tmp_path, controls, ask, expected):
+    """`expected`: what `ask` returns, or as a list the words of the RegistryError."""
+    path = tmp_path / "registry.json"
+    path.write_text(json.dumps({"format": "orlavex-registry", "version": 1, "records": [],
+                                "controls": controls}))
+    for load in (Registry.load, lambda p: Registry.from_json(json.loads(p.read_text()))):
+        if isinstance(expected, list):
+            with pytest.raises(RegistryError) as caught:
+                (ask or len)(load(path))
+            assert all(w in str(caught.value) for w in expected), str(caught.value)
+        else:
+            assert ask(load(path)) == expected
+
+
 def bit_patterns(fmt, count, rng=random.Random(5)):
     size = struct.calcsize(fmt)
     values = [struct.unpack(fmt, rng.getrandbits(8 * size).to_bytes(size, "little"))[0]
@@ -159,20 +196,27 @@ def test_numbers_read_back_exactly(fmt, precision, dtype, count):
 
 
 @pytest.mark.parametrize("queued", [False, True], ids=["formatted", "queued"])
-def test_non_finite_values_are_refused_unless_allowed(queued):
+def test_non_finite_values_are_refused_unless_allowed(fake_front_end, queued):
+    received = []
+    if queued:  # one cycle: refused records are left out of it, the allowed one goes out
+        srv = fake_front_end(functools.partial(front_end, reads=2, last=b"\0\0", got=received))
+        srv.next_cycle()
+
     def send(values, precision=None, **args):
         if not queued:
             return format_numbers(values, precision, **args)
-        with SimulationServer() as srv:
-            srv.add_record(1, values, precision, **args)
+        srv.add_record(1, values, precision, **args)
+        srv.finish_cycle()
+        srv.close()  # reads the client acks, sent once both strings were read
+        return received
     np = sys.modules.get("numpy")
     for values in ([1.0, float("nan")], [float("inf")]) + ((np.full(99, np.nan),) if np else ()):
         for precision in (None, "float"):
             with pytest.raises(ValueError, match="only finite values"):
                 send(values, precision)
-    assert send([float("nan")], allow_nonfinite=True) in (b"nan", None)
     with pytest.raises(ValueError, match="single precision"):
         send([1e39], "float")
+    assert send([float("nan")], allow_nonfinite=True) == ([b"0#", b"1,nan#"] if queued else b"nan")
 
 
 def test_minimal_example_pair():
