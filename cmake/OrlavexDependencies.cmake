@@ -7,7 +7,15 @@ if(NOT DEFINED ORLAVEX_FIND_DEPENDENCY)
 endif()
 
 orlavex_find_dependency(Qt5 COMPONENTS Core Gui Widgets Network WebEngineWidgets)
-# Debian's VTK configuration refers to MPI's C bindings; it must be found first.
+# Debian's VTK configuration refers to MPI's C bindings; it must be found
+# first, and CMake looks for them only with C enabled. A C++-only project
+# (project(app CXX)) gets C enabled here instead of a puzzling "language C is
+# not enabled"; it needs the C compiler that the C++ one came with.
+get_property(_orlavex_languages GLOBAL PROPERTY ENABLED_LANGUAGES)
+if(NOT "C" IN_LIST _orlavex_languages)
+  enable_language(C)
+endif()
+unset(_orlavex_languages)
 orlavex_find_dependency(MPI COMPONENTS C)
 orlavex_find_dependency(VTK COMPONENTS
   CommonCore CommonDataModel CommonExecutionModel

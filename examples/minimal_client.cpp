@@ -15,7 +15,9 @@
 #include <cstring>
 
 int main(int argc, char** argv) {
-    SurfaceFormat::prepare(); // before the QApplication exists
+    // Before the QApplication exists. Describing needs no display.
+    const bool describing = SurfaceFormat::hasArgument(argc, argv, "--describe");
+    describing ? SurfaceFormat::prepareHeadless() : SurfaceFormat::prepare();
     QApplication app(argc, argv);
     int port = 4848, cycles = 0;
     const char* describe = nullptr;
@@ -59,6 +61,7 @@ int main(int argc, char** argv) {
     gravity->setRange(0, 30);
     gravity->setValue(9.81);
     gravity->setIndex(1);
+    gravity->setObjectName("gravity"); // what index 1 means, in the registry description
     controls->addWidget(gravity);
     auto* pause = new PauseButton;
     pause->setChecked(true); // the link runs from the start: offer "Pause"
@@ -95,6 +98,7 @@ int main(int argc, char** argv) {
     window.show();
     link->start();
     const int rc = app.exec();
-    delete window.commThread; // ends the link thread promptly
-    return rc;
+    const bool failed = link->linkFailed(); // the library has said why on standard error
+    delete window.commThread;               // ends the link thread promptly
+    return failed ? 1 : rc;
 }

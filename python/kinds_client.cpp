@@ -99,7 +99,9 @@ QJsonArray points(TrailQwt& t) {
 } // namespace
 
 int main(int argc, char** argv) {
-    SurfaceFormat::prepare(); // before the QApplication exists
+    // Before the QApplication exists. Describing needs no display.
+    const bool describing = SurfaceFormat::hasArgument(argc, argv, "--describe");
+    describing ? SurfaceFormat::prepareHeadless() : SurfaceFormat::prepare();
     QApplication app(argc, argv);
     int port = 4848, cycles = 0;
     QString describePath, statePath;

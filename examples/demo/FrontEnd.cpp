@@ -85,11 +85,13 @@ FrontEnd::FrontEnd(MainWindow& window, const QString& instructions)
 
     m_pendulumView = new CanvasButtons;
     m_plateView = new Canvas;
-    m_browser = new Browser;
-    m_browser->settingURL(m_instructionsUrl.constData());
     window.addWidget(m_pendulumView, 0, 0);
     window.addWidget(m_plateView, 0, 1);
-    window.addWidget(m_browser, 0, 2);
+    if (!instructions.isEmpty()) { // a web view needs OpenGL: none when only describing
+        m_browser = new Browser;
+        m_browser->settingURL(m_instructionsUrl.constData());
+        window.addWidget(m_browser, 0, 2);
+    }
 
     buildPendulumScene();
     buildPlateScene();
@@ -124,7 +126,8 @@ FrontEnd::FrontEnd(MainWindow& window, const QString& instructions)
     m_link->setRenderer(m_phaseChart->renderer);
     m_link->setPlot(m_motionPlot);
     m_link->setPlot(m_profilePlot);
-    m_link->setBrowser(m_browser);
+    if (m_browser)
+        m_link->setBrowser(m_browser);
     m_link->setDialogs(m_dialog);
 
     m_link->setSendingObjI(lab::Bob, &m_bob);
@@ -379,6 +382,7 @@ NumberField* FrontEnd::numberField(lab::Control index) {
     field->setRange(setup.minimum, setup.maximum);
     field->setValue(setup.value);
     field->setIndex(setup.index);
+    field->setObjectName(QString::fromUtf8(setup.label)); // its name in the registry description
     field->setToolTip("Type a value and press Return to send it");
     field->setMinimumWidth(72);
     m_link->setInteractiveControls(field);
@@ -391,6 +395,7 @@ RadioButton* FrontEnd::radioButton(const char* text, lab::Control index, ButtonG
     auto* button = new RadioButton;
     button->setText(QString::fromUtf8(text));
     button->setIndex(index);
+    button->setObjectName(button->text());
     group->addButton(button);
     button->setChecked(checked); // before it is registered: the server starts with this choice
     m_link->setInteractiveControls(button);
@@ -401,25 +406,7 @@ Slider* FrontEnd::sliderFor(NumberField* field, const char* title) {
     auto* slider = new Slider(Qt::Horizontal, QString::fromUtf8(title));
     if (!*title) // no frame around a slider without a title
         slider->setStyleSheet("QGroupBox { border: none; margin: 0; padding: 0; }");
-    const int scale = 100; // the slider counts in centimetres
-    slider->setMinimum(int(std::lround(field->minimum() * scale)));
-    slider->setMaximum(int(std::lround(field->maximum() * scale)));
-    slider->setValue(int(std::lround(field->value() * scale)));
-    QSlider* handle = slider->findChild<QSlider*>();
-    // Dragging sends through the field; a value typed into the field moves
-    // the slider. The flag stops the two from echoing each other.
-    auto echo = std::make_shared<bool>(false);
-    QObject::connect(handle, &QSlider::valueChanged, field, [=](int v) {
-        if (*echo)
-            return;
-        field->setValue(double(v) / scale);
-        confirm(field);
-    });
-    QObject::connect(field, &NumberField::sigValueChanged, slider, [=](double v, int) {
-        *echo = true;
-        slider->setValue(int(std::lround(v * scale)));
-        *echo = false;
-    });
+    slider->pairWith(field, 100); // the slider counts in centimetres
     return slider;
 }
 
@@ -449,6 +436,7 @@ QWidget* FrontEnd::buildPendulumControls() {
     m_driveOnCarrier->setRange(0, 1);
     m_driveOnCarrier->setValue(lab::kDriveOnAtStart ? 1 : 0);
     m_driveOnCarrier->setIndex(lab::DriveOn);
+    m_driveOnCarrier->setObjectName("Drive the pivot");
     m_link->setInteractiveControls(m_driveOnCarrier.get());
     m_link->setCheckBoxes(driveOn);
     NumberField* carrier = m_driveOnCarrier.get();

@@ -25,7 +25,7 @@ class vtkDoubleArray;
 class FrontEnd {
 public:
     /// Builds everything in `window`; `instructions` is the local page that
-    /// the web view shows.
+    /// the web view shows (empty: no web view, for a run without a display).
     FrontEnd(MainWindow& window, const QString& instructions);
     ~FrontEnd();
     FrontEnd(const FrontEnd&) = delete;

@@ -118,12 +118,15 @@ struct Totals {
 } // namespace
 
 int main(int argc, char** argv) {
-    SurfaceFormat::prepare(); // before the QApplication exists
+    // Before the QApplication exists. Describing needs no display.
+    const bool describing = SurfaceFormat::hasArgument(argc, argv, "--describe");
+    describing ? SurfaceFormat::prepareHeadless() : SurfaceFormat::prepare();
     QApplication app(argc, argv);
     const Options options = parse(argc, argv);
 
     MainWindow window;
-    FrontEnd lab(window, QCoreApplication::applicationDirPath() + "/instructions.html");
+    FrontEnd lab(window, describing ? QString()
+                                    : QCoreApplication::applicationDirPath() + "/instructions.html");
     CommThread* link = window.commThread;
     link->setServerAddress("local");
     link->setServerPort(options.port);
@@ -179,25 +182,13 @@ int main(int argc, char** argv) {
         },
         Qt::QueuedConnection);
 
-    // Said on the link thread, before the window closes itself; not when
-    // the front-end ends the link on its way out.
-    std::atomic<bool> ending{false};
-    QObject::connect(
-        link, &CommThread::connectionFailed, link,
-        [&] {
-            if (!ending)
-                std::fprintf(stderr, "demo_client: no link to a server on port %d (any more)\n",
-                             options.port);
-        },
-        Qt::DirectConnection);
-
     window.resize(1280, 900);
     window.show();
     clock.start();
     link->start();
     const int rc = app.exec();
-    ending = true;
-    delete window.commThread; // ends the link thread promptly
+    const bool failed = link->linkFailed(); // the library has said why on standard error
+    delete window.commThread;               // ends the link thread promptly
     // Closing the window wrote "Closing windows" for the dialog, without a line end.
     std::printf("\n");
     std::fflush(stdout);
@@ -219,6 +210,8 @@ int main(int argc, char** argv) {
         if (!options.record.isEmpty())
             std::printf("session recorded to %s\n", qPrintable(options.record));
     }
+    if (failed)
+        return 1;
     if (options.cycles > 0 && cycles < options.cycles) {
         std::fprintf(stderr, "demo_client: the link ended after %d of %d cycles\n", qMax(cycles, 0),
                      options.cycles);

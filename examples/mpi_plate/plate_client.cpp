@@ -210,7 +210,10 @@ int main(int argc, char** argv) {
     window.show();
     link->start();
     const int rc = app.exec();
-    delete window.commThread; // ends the link thread promptly
+    const bool failed = link->linkFailed(); // the library has said why on standard error
+    delete window.commThread;               // ends the link thread promptly
+    if (failed)
+        return 1;
     if (options.cycles > 0 && passes <= options.cycles) {
         std::fprintf(stderr, "plate_client: the link ended after %d of %d cycles\n",
                      qMax(passes - 1, 0), options.cycles);

@@ -1,7 +1,14 @@
 #include "Slider.h"
 
+#include "NumberField.h"
+
 #include <QBoxLayout>
+#include <QCoreApplication>
+#include <QKeyEvent>
 #include <QSlider>
+
+#include <cmath>
+#include <memory>
 
 namespace Orlavex {
 
@@ -22,6 +29,28 @@ Slider::~Slider() = default;
 void Slider::setValue(int v) {
     value = v;
     slider->setValue(v);
+}
+
+void Slider::pairWith(NumberField* field, double scale) {
+    const auto position = [scale](double v) { return int(std::lround(v * scale)); };
+    setMinimum(position(field->minimum()));
+    setMaximum(position(field->maximum()));
+    setValue(position(field->value()));
+    // The flag stops the two from echoing each other.
+    auto echo = std::make_shared<bool>(false);
+    connect(slider, &QSlider::valueChanged, field, [=](int v) {
+        if (*echo)
+            return;
+        field->setValue(double(v) / scale);
+        // A number field sends only on Return: the same path as the user's.
+        QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
+        QCoreApplication::sendEvent(field, &press);
+    });
+    connect(field, &NumberField::sigValueChanged, this, [=](double v, int) {
+        *echo = true;
+        setValue(position(v));
+        *echo = false;
+    });
 }
 
 void Slider::setMinimum(int v) {

@@ -2,11 +2,16 @@
 
 #include <Orlavex/link/CommThread.h>
 
+#include <QTimer>
+
 namespace Orlavex {
 
-LinkStatus::LinkStatus(CommThread* link, QWidget* parent) : QLabel(parent) {
+LinkStatus::LinkStatus(CommThread* link, QWidget* parent) : QLabel(parent), m_link(link) {
     setText(tr("waiting for the first cycle"));
     m_clock.start();
+    auto* timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &LinkStatus::checkWait);
+    timer->start(500);
     // Direct: the statistics are summed on the emitting thread under the
     // lock, and only a parameterless refresh crosses to this widget's thread.
     connect(
@@ -47,6 +52,16 @@ void LinkStatus::refresh() {
     }
     if (cycles > 0)
         setText(describe(sum, cycles, seconds));
+}
+
+void LinkStatus::checkWait() {
+    if (!m_link)
+        return;
+    double seconds = 0;
+    const QString what = m_link->waitingFor(&seconds);
+    if (what.isEmpty() || seconds < 2.0)
+        return;
+    setText(tr("waiting for %1 for %2 s").arg(what).arg(int(seconds)));
 }
 
 QString LinkStatus::describe(const CycleStats& sum, int cycles, double seconds) {

@@ -6,6 +6,7 @@
 #include <QLabel>
 
 #include <QElapsedTimer>
+#include <QPointer>
 #include <mutex>
 
 namespace Orlavex {
@@ -21,7 +22,10 @@ class CommThread;
 ///
 /// It refreshes at most four times a second, from the link thread's
 /// statistics (`CommThread::cycleFinished`), averaged over the cycles since
-/// the last refresh.
+/// the last refresh. When the link has waited for the server for two
+/// seconds or more, it says for what and how long instead ("waiting for
+/// record 9 of 9 for 12 s"), so a server that sends too few records is seen.
+
 class ORLAVEX_EXPORT LinkStatus : public QLabel {
     Q_OBJECT
 public:
@@ -33,6 +37,7 @@ public:
 
 private slots:
     void refresh();
+    void checkWait();
 
 private:
     void take(const CycleStats& stats); // on the thread that emits
@@ -42,6 +47,7 @@ private:
     int m_cycles = 0;
     bool m_refreshQueued = false;
     QElapsedTimer m_clock;
+    QPointer<CommThread> m_link;
 };
 
 } // namespace Orlavex

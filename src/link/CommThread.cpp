@@ -14,6 +14,9 @@
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/DrawableI.h>
 
+#include <Orlavex/controls/ButtonGroup.h>
+
+#include <QButtonGroup>
 #include <QCoreApplication>
 #include <QFile>
 #include <QJsonArray>
@@ -137,12 +140,12 @@ QByteArray CommThread::registryDescription() const {
     for (auto it = sendingObjects.cbegin(); it != sendingObjects.cend(); ++it)
         records.append(detail::RecordLayout::describe(it.key(), it.value()));
     QJsonArray controls;
+    QVector<InteractiveControlI*> listed;
     for (InteractiveControlI* c : interactiveControls) {
-        const char* kind = dynamic_cast<NumberField*>(c)    ? "NumberField"
-                           : dynamic_cast<RadioButton*>(c)  ? "RadioButton"
-                           : dynamic_cast<DisplayDouble*>(c) ? "DisplayDouble"
-                                                             : "control";
-        controls.append(QJsonObject{{"index", c->getIndex()}, {"kind", kind}});
+        if (listed.contains(c))
+            continue; // registered twice: still one control
+        listed.append(c);
+        controls.append(describeControl(c));
     }
     const QJsonObject root{{"format", "orlavex-registry"},
                            {"version", 1},
@@ -152,12 +155,69 @@ QByteArray CommThread::registryDescription() const {
     return QJsonDocument(root).toJson(QJsonDocument::Indented);
 }
 
+QJsonObject CommThread::describeControl(InteractiveControlI* c) const {
+    const char* kind = dynamic_cast<NumberField*>(c)     ? "NumberField"
+                       : dynamic_cast<RadioButton*>(c)   ? "RadioButton"
+                       : dynamic_cast<DisplayDouble*>(c) ? "DisplayDouble"
+                                                         : "control";
+    QJsonObject out{{"index", c->getIndex()}, {"kind", kind}};
+    // A control is named by its object name (QObject::setObjectName); a
+    // radio button's group by the name it was registered under (addGroup),
+    // or else by the group's object name.
+    if (auto* object = dynamic_cast<QObject*>(c))
+        if (!object->objectName().isEmpty())
+            out.insert("name", object->objectName());
+    if (auto* radio = dynamic_cast<RadioButton*>(c)) {
+        if (QButtonGroup* group = radio->group()) {
+            const int at = buttonGroups.indexOf(static_cast<ButtonGroup*>(group));
+            const QString name = at >= 0 ? groupNames.at(at) : group->objectName();
+            if (!name.isEmpty())
+                out.insert("group", name);
+        }
+    }
+    return out;
+}
+
+QStringList CommThread::registryProblems() const {
+    QStringList problems;
+    QHash<int, InteractiveControlI*> byIndex;
+    const auto label = [this](InteractiveControlI* c) {
+        const QJsonObject d = describeControl(c);
+        QString text = d.value("kind").toString();
+        if (d.contains("name"))
+            text += QStringLiteral(" \"%1\"").arg(d.value("name").toString());
+        return text;
+    };
+    for (InteractiveControlI* c : interactiveControls) {
+        if (c->getIndex() < 0)
+            continue; // a read-out that sends nothing needs no index
+        InteractiveControlI*& first = byIndex[c->getIndex()];
+        if (first && first != c)
+            problems.append(QStringLiteral("control index %1 is registered twice: %2 and %3")
+                                .arg(c->getIndex())
+                                .arg(label(first), label(c)));
+        else
+            first = c;
+    }
+    return problems;
+}
+
 bool CommThread::writeRegistry(const QString& path) const {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        LogStream::toStandardError(QStringLiteral("cannot write %1: %2\n")
+                                       .arg(path, file.errorString())
+                                       .toLocal8Bit());
         return false;
+    }
     const QByteArray text = registryDescription();
-    return file.write(text) == text.size();
+    if (file.write(text) != text.size())
+        return false;
+    // Written all the same, so that the server author sees the whole picture.
+    const QStringList problems = registryProblems();
+    for (const QString& p : problems)
+        LogStream::toStandardError(p.toLocal8Bit() + '\n');
+    return problems.isEmpty();
 }
 
 void CommThread::play() {
@@ -249,7 +309,9 @@ void CommThread::run() {
             m_recorder.reset();
         }
     }
+    setWaiting(WaitConnect, std::chrono::steady_clock::now());
     socket->connectToServer();
+    setWaiting(WaitNone, std::chrono::steady_clock::now());
     logLine("COMMTHREAD: Inicio Hebra CommThread");
     for (Drawable* d : qAsConst(drawables)) {
         if (auto* paintable = dynamic_cast<DrawableI*>(d)) {
@@ -312,6 +374,7 @@ void CommThread::run() {
                 // Always said, verbose or not: otherwise a server that was
                 // never started looks the same as one that ended normally.
                 LogStream::toStandardError(failureLine(cycle - 1));
+                m_linkFailed = true;
                 emit connectionFailed();
             }
         }
@@ -323,6 +386,36 @@ void CommThread::run() {
         m_recorder->close();
     exec();
     m_runEnded.store(true, std::memory_order_release);
+}
+
+void CommThread::setWaiting(WaitKind kind, std::chrono::steady_clock::time_point since, int k,
+                            int n) {
+    m_waitSinceNs.store(since.time_since_epoch().count(), std::memory_order_relaxed);
+    m_waiting.store(quint64(kind) | quint64(quint32(k)) << 4 | quint64(quint32(n)) << 34,
+                    std::memory_order_release);
+}
+
+QString CommThread::waitingFor(double* seconds) const {
+    const quint64 word = m_waiting.load(std::memory_order_acquire);
+    const auto since = std::chrono::steady_clock::time_point(
+        std::chrono::steady_clock::duration(m_waitSinceNs.load(std::memory_order_relaxed)));
+    if (seconds)
+        *seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+    const int k = int((word >> 4) & 0x3fffffff), n = int(word >> 34);
+    switch (WaitKind(word & 0xf)) {
+    case WaitConnect:
+        return QStringLiteral("the connection to %1:%2")
+            .arg(socket->serverAddress().toString())
+            .arg(socket->serverPort());
+    case WaitAck:
+        return QStringLiteral("the server's ack");
+    case WaitChalk:
+        return QStringLiteral("the chalk string");
+    case WaitRecord:
+        return QStringLiteral("record %1 of %2").arg(k).arg(n);
+    default:
+        return QString();
+    }
 }
 
 QByteArray CommThread::failureLine(qint64 completedCycles) const {
@@ -343,20 +436,26 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
     auto start = std::chrono::steady_clock::now();
     double waited = 0;
     int sent = 0;
+    setWaiting(WaitAck, start);
     const bool ok =
         socket->sendData(&pendingCount, &pendingIndices, &pendingValues, &m_pendingLock, &sent);
     waited += msSince(start);
-    if (!ok)
+    if (!ok) {
+        setWaiting(WaitNone, start);
         return false;
+    }
     if (m_recorder) {
         m_recorder->beginCycle(context.stats.cycle);
         m_recorder->dataMessage(socket->lastDataMessage());
     }
     start = std::chrono::steady_clock::now();
+    setWaiting(WaitChalk, start);
     socket->getChalk();
     waited += msSince(start);
-    if (!socket->lastStringComplete())
+    if (!socket->lastStringComplete()) {
+        setWaiting(WaitNone, start);
         return false;
+    }
     if (m_recorder)
         m_recorder->serverString(socket->lastString());
     {
@@ -375,6 +474,7 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
     const int n = sendingObjects.size();
     for (int i = 0; i < n && complete; ++i) {
         start = std::chrono::steady_clock::now();
+        setWaiting(WaitRecord, start, i + 1, n);
         const int num = socket->getNumValue(&context.message);
         waited += msSince(start);
         complete = socket->lastStringComplete(); // a partial record is never applied
@@ -389,6 +489,7 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
             context.releaseLargeBuffers();
         }
     }
+    setWaiting(WaitNone, start);
     context.stats.waitMs += waited;
     context.stats.bytesReceived += socket->takeReceivedBytes();
     if (m_recorder && complete)

@@ -4,13 +4,16 @@
 #include <Orlavex/orlavex_export.h>
 
 #include <QByteArray>
+#include <QJsonObject>
 #include <QMap>
 #include <QPair>
 #include <QString>
+#include <QStringList>
 #include <QThread>
 #include <QVector>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -141,8 +144,16 @@ public:
     /// number the kind, its flags and the ordered fields its record carries
     /// (see docs/protocol.md); and the control indices.
     QByteArray registryDescription() const;
-    /// Writes `registryDescription()` to `path`; false when it cannot.
+    /// Writes `registryDescription()` to `path`. False when it cannot, or
+    /// when `registryProblems()` finds any; each is said on standard error.
+    /// A control appears with its object name (`QObject::setObjectName`) as
+    /// "name", and a radio button with the name its group was registered
+    /// under (`addGroup`) as "group", so the description says what each
+    /// index means.
     bool writeRegistry(const QString& path) const;
+    /// What makes the registry ambiguous for a server, in words: a control
+    /// index registered for two different controls.
+    QStringList registryProblems() const;
 
     /// Clears the stop flag (only matters before the loop has seen it).
     void play();
@@ -160,6 +171,16 @@ public:
     /// Asks the socket client to close the link (see `SocketClass::closeConnection`);
     /// a close the client application makes is no failure.
     void closeConnection();
+
+    /// What the link thread waits for from the server right now, in words
+    /// ("record 9 of 9", "the server's ack", "the chalk string", "the
+    /// connection to 127.0.0.1:5000"), and since how many seconds; empty
+    /// while it waits for nothing (between cycles, paused, ended). Any thread.
+    QString waitingFor(double* seconds) const;
+
+    /// True once `connectionFailed()` has been emitted: for a program's exit
+    /// status (`return link->linkFailed() ? 1 : app.exec()` style).
+    bool linkFailed() const { return m_linkFailed.load(); }
 
     bool isStopped() const { return stopped.load(); }
     bool isPaused() const { return paused.load(); }
@@ -200,6 +221,7 @@ private:
     void applyBuffered(detail::RecordContext& context);
     void handOver(detail::RecordContext& context);
     void logLine(const QByteArray& text);
+    QJsonObject describeControl(InteractiveControlI* c) const;
     /// The one line on standard error that says why the link failed.
     QByteArray failureLine(qint64 completedCycles) const;
 
@@ -212,12 +234,19 @@ private:
     /// closeConnection()): the failure that follows is no failure. stop()
     /// alone does not set it; a cycle it lets finish may still fail.
     std::atomic<bool> m_closing{false};
+    std::atomic<bool> m_linkFailed{false};
     bool verbose = false;
     bool m_overlap = false;
     qint64 m_cycleLimit = 0;
     QString m_recordPath;
     std::unique_ptr<detail::SessionRecorder> m_recorder;
     std::atomic<qint64> m_cyclesHandedOver{0};
+    /// What the link thread waits for (see waitingFor): kind, record k and
+    /// record count packed into one word, so a reader never sees a mix.
+    enum WaitKind : quint64 { WaitNone, WaitConnect, WaitAck, WaitChalk, WaitRecord };
+    std::atomic<quint64> m_waiting{0};
+    std::atomic<qint64> m_waitSinceNs{0};
+    void setWaiting(WaitKind kind, std::chrono::steady_clock::time_point since, int k = 0, int n = 0);
 
     // The pending list. Appended on the GUI thread and handed to the socket
     // client on the link thread, always under m_pendingLock, which is never

@@ -204,6 +204,16 @@ bool SocketClass::pollClose() {
     return true;
 }
 
+void SocketClass::noteAnomaly(const QString& text) {
+    m_anomalyText = text;
+}
+
+QString SocketClass::takeAnomalyText() {
+    QString text;
+    text.swap(m_anomalyText);
+    return text;
+}
+
 QString SocketClass::failureReason() const {
     if (!m_protocolError.isEmpty())
         return m_protocolError;
@@ -632,6 +642,10 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
             // comma is reported as before.
             out[i] = T(0);
             if (!runsToEnd) {
+                if (m_anomalies == 0)
+                    noteAnomaly(QStringLiteral("field %1 of %2 has no comma; it and the rest read as 0")
+                                    .arg(i + 1)
+                                    .arg(n));
                 ++m_anomalies;
                 if (std::is_same<T, float>::value)
                     LogStream::toStandardOutput(QByteArrayLiteral("error process input\n"));
@@ -653,8 +667,16 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
         }
         bool ok;
         out[i] = convert<T>(s + pos, scan.text(pos, fieldEnd), fieldEnd - pos, &ok);
-        if (!ok)
-            ++m_anomalies; // not a number, or (the last field) surplus fields
+        if (!ok) { // not a number, or (the last field) surplus fields
+            if (m_anomalies == 0)
+                noteAnomaly(runsToEnd && scan.comma(pos) >= 0 && scan.comma(pos) < fieldEnd
+                                ? QStringLiteral("more than %1 fields").arg(n)
+                                : QStringLiteral("field %1 of %2 is not a number: \"%3\"")
+                                      .arg(i + 1)
+                                      .arg(n)
+                                      .arg(QString::fromRawData(s + pos, qMin(fieldEnd - pos, 40))));
+            ++m_anomalies;
+        }
         if (m_verbose)
             printField(s + pos, fieldEnd - pos);
         pos = fieldEnd + 1;

@@ -89,6 +89,10 @@ public:
     /// function, which resets the count: a field that needed a comma and
     /// found none, a field that is not a number, and surplus fields after
     /// the last one read. The parsed values are unchanged by counting.
+    /// What was wrong with the first field counted by `takeParseAnomalies`
+    /// since the last call, in words (for example "field 4 of 10 has no
+    /// comma; it and the rest read as 0"); empty when nothing was.
+    QString takeAnomalyText();
     int takeParseAnomalies() {
         const int n = m_anomalies;
         m_anomalies = 0;
@@ -188,6 +192,8 @@ private:
     QThread* m_inCall = nullptr;
     std::atomic<bool> m_closeRequested{false};
     bool m_wasConnected = false;
+    QString m_anomalyText; ///< the first anomaly since takeAnomalyText
+    void noteAnomaly(const QString& text);
     QString m_protocolError; ///< a failure the server's bytes caused
 };
 

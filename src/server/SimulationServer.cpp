@@ -294,6 +294,22 @@ bool SimulationServer::loadRegistry(const QString& path) {
         m_registryCounts.insert(num, ignored ? -1 : r.value(QStringLiteral("count")).toInt());
         m_registryKinds.insert(num, r.value(QStringLiteral("kind")).toString());
     }
+    // Two controls under one index: the server could not tell which the
+    // user changed.
+    QHash<int, QString> controls;
+    for (const QJsonValue& v : root.value(QStringLiteral("controls")).toArray()) {
+        const QJsonObject c = v.toObject();
+        const int index = c.value(QStringLiteral("index")).toInt(-1);
+        QString label = c.value(QStringLiteral("kind")).toString();
+        if (c.contains(QStringLiteral("name")))
+            label += QStringLiteral(" \"%1\"").arg(c.value(QStringLiteral("name")).toString());
+        if (index >= 0 && controls.contains(index))
+            return fail(QStringLiteral("%1: control index %2 is registered twice: %3 and %4")
+                            .arg(path)
+                            .arg(index)
+                            .arg(controls.value(index), label));
+        controls.insert(index, label);
+    }
     return true;
 }
 

@@ -189,6 +189,27 @@ private slots:
         QCOMPARE(slider.getValue(), double(value));
     }
 
+    // Paired with a registered field, a slider steers the server through it.
+    void sliderPairedWithField() {
+        CommThread thread;
+        NumberField field;
+        field.setIndex(5);
+        field.setRange(0, 2);
+        field.setValue(0.5);
+        thread.setInteractiveControls(&field);
+        Slider slider(Qt::Horizontal, QStringLiteral("Gravity"));
+        slider.pairWith(&field, 100);
+        auto* inner = slider.findChild<QSlider*>();
+        QCOMPARE(inner->maximum(), 200);
+        QCOMPARE(inner->value(), 50);
+        inner->setValue(140); // dragged
+        QCOMPARE(field.value(), 1.4);
+        field.setValue(0.25); // typed and confirmed in the field
+        QTest::keyClick(&field, Qt::Key_Return);
+        QCOMPARE(inner->value(), 25);
+        QCOMPARE(thread.pendingEntries(), (QVector<QPair<int, double>>{{5, 1.4}, {5, 0.25}}));
+    }
+
     // Setters wait for the next value; a null prefix drops the one before.
     void readOutText_data() {
         QTest::addColumn<QByteArray>("format"); // empty: the default; else the letter and precision

@@ -4,8 +4,13 @@
 
 #include "CycleServer.h"
 #include "GuiTestMain.h"
+#include "StdoutCapture.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
 
 #include <atomic>
 #include <memory>
@@ -67,6 +72,48 @@ private slots:
         QCOMPARE(thread.isButtonGroup("other"), &other);
         QCOMPARE(thread.isButtonGroup("Modes"), static_cast<ButtonGroup*>(nullptr));
         QCOMPARE(thread.isButtonGroup("never"), static_cast<ButtonGroup*>(nullptr));
+    }
+
+    // Named controls and groups reach the registry description; an index
+    // given to two controls is reported by the front-end and refused by the
+    // server class.
+    void registryControls() {
+        CommThread front;
+        NumberField gravity;
+        gravity.setObjectName("gravity");
+        gravity.setIndex(3);
+        RadioButton euler;
+        euler.setObjectName("Euler");
+        euler.setIndex(4);
+        ButtonGroup method;
+        method.addButton(&euler);
+        front.addGroup("method", &method);
+        front.setInteractiveControls(&gravity);
+        front.setInteractiveControls(&euler);
+        front.setInteractiveControls(&gravity); // the same control twice is no clash
+        QTemporaryDir dir;
+        const QString path = dir.filePath("registry.json");
+        QVERIFY(front.writeRegistry(path));
+        const QJsonArray controls = QJsonDocument::fromJson(front.registryDescription())
+                                        .object()
+                                        .value("controls")
+                                        .toArray();
+        QCOMPARE(controls.size(), 2);
+        QCOMPARE(controls.at(1).toObject(), (QJsonObject{{"index", 4},
+                                                          {"kind", "RadioButton"},
+                                                          {"name", "Euler"},
+                                                          {"group", "method"}}));
+        SimulationServer server;
+        QVERIFY(server.loadRegistry(path));
+
+        euler.setIndex(3);
+        const QString twice = QStringLiteral("control index 3 is registered twice: "
+                                             "NumberField \"gravity\" and RadioButton \"Euler\"");
+        StdoutCapture err(2);
+        QVERIFY(!front.writeRegistry(path));
+        QCOMPARE(QString::fromUtf8(err.take()), twice + '\n');
+        QVERIFY(!server.loadRegistry(path));
+        QCOMPARE(server.errorString(), path + ": " + twice);
     }
 
     void flags() {

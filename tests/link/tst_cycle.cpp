@@ -10,6 +10,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTcpServer>
 #include <QTemporaryDir>
 
@@ -288,6 +289,34 @@ private slots:
         QCOMPARE(QString::fromLocal8Bit(err.take()), line.arg(port));
     }
 
+    // A server that sends too few records keeps the link waiting; the
+    // status line says for what, and for how long.
+    void waitingShown() {
+        std::atomic<bool> release{false};
+        QVector<SimulationServer::Entry> entries;
+        ServerThread server([&](SimulationServer& s) {
+            s.sendAck();
+            s.readData(&entries);
+            s.sendChalk(1);
+            s.sendRecord(1, {});
+            s.readClientAck();
+            while (!release.load()) // record 2 never comes
+                QThread::msleep(1);
+        });
+        CommThread thread;
+        connectTo(thread, server.port());
+        Sphere a, b;
+        thread.setSendingObjI(1, &a);
+        thread.setSendingObjI(2, &b);
+        LinkStatus status(&thread);
+        thread.start();
+        QTRY_COMPARE(thread.waitingFor(nullptr), QStringLiteral("record 2 of 2"));
+        QTRY_VERIFY_WITH_TIMEOUT(status.text().startsWith("waiting for record 2 of 2 for "), 10000);
+        release = true;
+        thread.shutdown();
+        QCOMPARE(thread.waitingFor(nullptr), QString());
+    }
+
     // Per-cycle statistics, and values that must not stick: a turn or a trail
     // point that is not finite is skipped and counted with its record.
     void statistics() {
@@ -313,9 +342,17 @@ private slots:
                 seen.append(st);
             },
             Qt::DirectConnection);
+        StdoutCapture err(2);
         thread.start();
         QVERIFY(server.wait(15000));
         thread.shutdown();
+        // Each record's fault is named once on standard error.
+        QStringList said = QString::fromUtf8(err.take()).split('\n');
+        said = said.filter(QRegularExpression("^record "));
+        QCOMPARE(said, (QStringList{"record 1: a value that is not finite was not applied",
+                                    "record 1: more than 10 fields",
+                                    "record 3: a value that is not finite was not applied",
+                                    "record 1: field 2 of 10 has no comma; it and the rest read as 0"}));
         QCoreApplication::processEvents(); // the trail's hand-overs
         QCOMPARE(seen.size(), 3);
         const QMap<int, int> expected[] = {{{1, 1}}, {{1, 1}, {3, 1}}, {{1, 8}}};

@@ -1,5 +1,6 @@
 #include "RecordLayout.h"
 
+#include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SceneLock.h>
 #include <Orlavex/controls/DisplayDouble.h>
 #include <Orlavex/controls/NumberField.h>
@@ -69,9 +70,27 @@ void RecordContext::apply(int num) {
     stats.parseMs += double(parsed) * 1e-6;
     ++stats.records;
     const int amiss = socket->takeParseAnomalies() + nonFinite;
+    QString what = socket->takeAnomalyText();
+    if (what.isEmpty() && nonFinite > 0)
+        what = QStringLiteral("a value that is not finite was not applied");
     nonFinite = 0;
-    if (amiss > 0)
+    if (amiss > 0) {
         stats.anomalies[num] += amiss;
+        report(num, what);
+    }
+}
+
+void RecordContext::report(int num, const QString& what) {
+    // Standard output carries the bare "error process input" per field;
+    // here the record and the cause are said once per record and cause, so
+    // that a server sending the same fault every cycle does not flood
+    // standard error (the per-cycle count stays in the statistics).
+    QString& last = reported[num];
+    if (last == what)
+        return;
+    last = what;
+    LogStream::toStandardError(
+        QStringLiteral("record %1: %2\n").arg(num).arg(what).toLocal8Bit());
 }
 
 void HandOver::apply() {

@@ -72,6 +72,9 @@ struct RecordContext {
     void apply(int num);
     /// After a record of many MiB: gives the grown buffers back.
     void releaseLargeBuffers();
+    /// Says on standard error what was wrong with record `num`.
+    void report(int num, const QString& what);
+    QHash<int, QString> reported; ///< by record: the last cause said
 };
 
 /// The record layouts: for each kind of receiving object, how many numbers its
