@@ -9,6 +9,10 @@ namespace Orlavex {
 LinkStatus::LinkStatus(CommThread* link, QWidget* parent) : QLabel(parent), m_link(link) {
     setText(tr("waiting for the first cycle"));
     m_clock.start();
+    connect(link, &CommThread::reconnecting, this, [this](int attempt, double next) {
+        setText(CommThread::reconnectingText(attempt, next));
+    });
+    connect(link, &CommThread::reconnected, this, [this] { setText(tr("reconnected")); });
     auto* timer = new QTimer(this);
     connect(timer, &QTimer::timeout, this, &LinkStatus::checkWait);
     timer->start(500);

@@ -35,6 +35,17 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), m_firstPass(true)
     m_central = new QWidget;
     setCentralWidget(m_central);
     connect(commThread, &CommThread::connectionFailed, this, &MainWindow::closeWindow);
+    // A reconnecting link says so in the title, until it is back.
+    connect(commThread, &CommThread::reconnecting, this, [this](int attempt, double next) {
+        if (m_titleBeforeLoss.isNull())
+            m_titleBeforeLoss = windowTitle();
+        const QString status = CommThread::reconnectingText(attempt, next);
+        setWindowTitle(m_titleBeforeLoss.isEmpty() ? status : m_titleBeforeLoss + " - " + status);
+    });
+    connect(commThread, &CommThread::reconnected, this, [this] {
+        setWindowTitle(m_titleBeforeLoss);
+        m_titleBeforeLoss = QString();
+    });
     connect(commThread, &CommThread::dataUpdated, this, &MainWindow::renderWindow,
             Qt::BlockingQueuedConnection);
 }

@@ -114,6 +114,7 @@ private:
     QPointer<CommThread> m_link; // nulled when the client application deletes the thread
     std::unique_ptr<detail::VideoWriter> m_video;
     qint64 m_videoCycle = 0; ///< the last cycle that has its frame
+    QString m_titleBeforeLoss; ///< null while the link is up
 };
 
 } // namespace Orlavex

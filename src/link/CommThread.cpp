@@ -70,7 +70,11 @@ void CommThread::shutdown() {
 }
 
 void CommThread::closeConnection() {
-    m_closing = true;
+    {
+        std::lock_guard<std::mutex> guard(m_stateLock);
+        m_closing = true; // also ends a wait between reconnect attempts
+    }
+    m_stateChanged.notify_all();
     socket->closeConnection();
 }
 
@@ -366,6 +370,10 @@ void CommThread::run() {
         }
         if (ok && m_cycleLimit > 0 && cycle >= m_cycleLimit)
             stop(); // the loop ends before another exchange
+        if (!ok && m_reconnect.enabled && !m_closing && !stopped && reconnect(cycle - 1)) {
+            --cycle; // the cycle cut short is done again on the new link
+            continue;
+        }
         if (!ok) {
             failed = true;
             // A close that the client application made itself is no failure.
@@ -416,6 +424,77 @@ QString CommThread::waitingFor(double* seconds) const {
     default:
         return QString();
     }
+}
+
+void CommThread::setReconnect(const ReconnectPolicy& policy) {
+    m_reconnect = policy;
+    socket->setSilenceLimit(policy.enabled ? policy.silenceMs : 0);
+}
+
+QString CommThread::reconnectingText(int attempt, double nextInSeconds) {
+    return QStringLiteral("connection lost, reconnecting (attempt %1, next in %2 s)")
+        .arg(attempt)
+        .arg(nextInSeconds, 0, 'g', 3);
+}
+
+bool CommThread::reconnect(qint64 completedCycles) {
+    QByteArray lost = failureLine(completedCycles);
+    lost.chop(1);
+    LogStream::toStandardError(lost + ": reconnecting\n");
+    logLine("COMMTHREAD: Connection lost, reconnecting");
+    const auto since = std::chrono::steady_clock::now();
+    double delay = qMax(0.0, m_reconnect.firstDelay);
+    for (int attempt = 1; m_reconnect.maxAttempts <= 0 || attempt <= m_reconnect.maxAttempts;
+         ++attempt) {
+        emit reconnecting(attempt, delay);
+        {
+            // Waited for like a pause: a stop or a close ends it at once.
+            std::unique_lock<std::mutex> guard(m_stateLock);
+            m_stateChanged.wait_for(guard, std::chrono::duration<double>(delay),
+                                    [&] { return stopped.load() || m_closing.load(); });
+        }
+        if (stopped || m_closing)
+            break;
+        setWaiting(WaitConnect, std::chrono::steady_clock::now());
+        socket->connectToServer(m_reconnect.connectTimeoutMs);
+        setWaiting(WaitNone, std::chrono::steady_clock::now());
+        if (socket->isConnected()) {
+            coalescePending();
+            const double took =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+            LogStream::toStandardError(QStringLiteral("reconnected to %1:%2 after %3 s\n")
+                                           .arg(socket->serverAddress().toString())
+                                           .arg(socket->serverPort())
+                                           .arg(took, 0, 'f', 1)
+                                           .toLocal8Bit());
+            logLine("COMMTHREAD: Reconnected");
+            emit reconnected();
+            return true;
+        }
+        delay = qMin(delay * qMax(1.0, m_reconnect.factor), m_reconnect.maxDelay);
+    }
+    setWaiting(WaitNone, std::chrono::steady_clock::now());
+    return false;
+}
+
+void CommThread::coalescePending() {
+    // What the user changed while the link was down goes out once: the last
+    // value per control, in the order of each control's first change.
+    std::lock_guard<std::mutex> guard(m_pendingLock);
+    QVector<int> indices;
+    QVector<double> values;
+    for (int k = 0; k < pendingCount; ++k) {
+        const int at = indices.indexOf(pendingIndices.at(k));
+        if (at >= 0) {
+            values[at] = pendingValues.at(k);
+        } else {
+            indices.append(pendingIndices.at(k));
+            values.append(pendingValues.at(k));
+        }
+    }
+    pendingIndices = indices;
+    pendingValues = values;
+    pendingCount = indices.size();
 }
 
 QByteArray CommThread::failureLine(qint64 completedCycles) const {

@@ -137,6 +137,32 @@ public:
     /// pass. 0 (the default) runs until stopped. Set before `start()`.
     void setCycleLimit(qint64 cycles) { m_cycleLimit = cycles; }
     qint64 cycleLimit() const { return m_cycleLimit; }
+    /// How the link comes back after it was lost (see `setReconnect`).
+    struct ReconnectPolicy {
+        bool enabled = false;
+        double firstDelay = 0.25; ///< seconds before the first attempt
+        double factor = 2.0;      ///< each further wait is this much longer ...
+        double maxDelay = 2.0;    ///< ... up to this many seconds
+        int maxAttempts = 0;      ///< then connectionFailed(); 0 tries for ever
+        int connectTimeoutMs = 2000; ///< one attempt's longest wait for the connect
+        /// A server silent this long while the link waits for it is taken as
+        /// gone (no close may ever arrive across a dropped network).
+        int silenceMs = 3000;
+    };
+    /// Opt-in: instead of failing, a lost link is retried with a growing
+    /// wait, `reconnecting()` and `reconnected()` say so (`LinkStatus` and
+    /// the main window's title show "connection lost, reconnecting (attempt
+    /// n, next in t s)"), and the exchange resumes on the new link with the
+    /// scene as it was. Controls changed meanwhile go out once, in the first
+    /// data message after the reconnect: the last value per control index,
+    /// in the order of first change. The cycle cut short by the loss is done
+    /// again. A close or stop by the client ends the attempts at once.
+    /// Without it a lost link fails, as always. Set before `start()`.
+    void setReconnect(const ReconnectPolicy& policy);
+    ReconnectPolicy reconnectPolicy() const { return m_reconnect; }
+    /// The text shown while reconnecting.
+    static QString reconnectingText(int attempt, double nextInSeconds);
+
     /// Cycles whose render pass has been asked for so far (start-up's excluded).
     qint64 cyclesHandedOver() const { return m_cyclesHandedOver.load(); }
 
@@ -198,6 +224,11 @@ signals:
     /// "the server closed the connection after cycle 181". Never emitted for
     /// a close the client application made itself.
     void connectionFailed();
+    /// The link was lost and attempt `attempt` comes in `nextInSeconds`
+    /// (with `setReconnect` only).
+    void reconnecting(int attempt, double nextInSeconds);
+    /// The link is back; the exchange resumes.
+    void reconnected();
     /// The render pass: emitted blocking-queued by the main window's connection.
     void dataUpdated();
     /// The statistics of a finished cycle, after its render pass.
@@ -222,6 +253,9 @@ private:
     void handOver(detail::RecordContext& context);
     void logLine(const QByteArray& text);
     QJsonObject describeControl(InteractiveControlI* c) const;
+    bool reconnect(qint64 completedCycles);
+    void coalescePending();
+    ReconnectPolicy m_reconnect;
     /// The one line on standard error that says why the link failed.
     QByteArray failureLine(qint64 completedCycles) const;
 

@@ -1,5 +1,7 @@
 #include "SocketClass.h"
 
+#include <QDeadlineTimer>
+
 #include <Orlavex/common/LogStream.h>
 
 #include <QDebug>
@@ -122,6 +124,10 @@ private:
 };
 
 void SocketClass::connectToServer() {
+    connectToServer(-1);
+}
+
+void SocketClass::connectToServer(int timeoutMs) {
     CallScope scope(this);
     m_log->open();
     m_log->line("FILE OPENED BY SOCKETCLASS");
@@ -147,14 +153,21 @@ void SocketClass::connectToServer() {
 
     if (!pollClose()) {
         m_socket->connectToHost(m_address, m_port, QIODevice::ReadWrite);
-        // No time limit, as a connect has no retry; the slices only let a
-        // close request from another thread end an attempt that hangs.
+        // By default no time limit, as a connect has no retry; the slices
+        // only let a close request from another thread end an attempt that
+        // hangs. A reconnecting link gives each attempt a limit.
+        QDeadlineTimer deadline(timeoutMs < 0 ? QDeadlineTimer::Forever
+                                              : QDeadlineTimer(timeoutMs));
         while (m_socket->state() == QAbstractSocket::HostLookupState ||
                m_socket->state() == QAbstractSocket::ConnectingState) {
             if (m_socket->waitForConnected(kSliceMs))
                 break;
             if (pollClose())
                 break;
+            if (deadline.hasExpired()) {
+                m_socket->abort();
+                break;
+            }
         }
     }
     if (m_socket->state() == QAbstractSocket::ConnectedState) {
@@ -244,6 +257,8 @@ qint64 SocketClass::buffered() const {
 }
 
 bool SocketClass::waitReadable(bool ownBufferCounts) {
+    QDeadlineTimer silence(m_silenceMs > 0 ? QDeadlineTimer(m_silenceMs)
+                                           : QDeadlineTimer(QDeadlineTimer::Forever));
     for (;;) {
         if (ownBufferCounts ? buffered() > 0 : m_socket->bytesAvailable() > 0)
             return true;
@@ -253,6 +268,12 @@ bool SocketClass::waitReadable(bool ownBufferCounts) {
             return m_socket->bytesAvailable() > 0;
         if (m_socket->waitForReadyRead(kSliceMs))
             return true;
+        if (silence.hasExpired()) {
+            m_protocolError =
+                QStringLiteral("the server was silent for %1 s").arg(m_silenceMs / 1000.0);
+            m_socket->abort();
+            return false;
+        }
     }
 }
 

@@ -56,6 +56,14 @@ public:
 
     /// Connects and sets the low-delay option (TCP_NODELAY) on the socket.
     void connectToServer();
+    /// The same, giving up after `timeoutMs` (negative: never).
+    void connectToServer(int timeoutMs);
+    /// A wait for the server that sees no byte for `ms` fails, closing the
+    /// link as a lost one ("the server was silent for 3 s"): across a
+    /// dropped network no close may ever arrive. 0 (the default) waits for
+    /// ever, as a paused simulation may legitimately take its time.
+    void setSilenceLimit(int ms) { m_silenceMs = ms; }
+    int silenceLimit() const { return m_silenceMs; }
     /// Closes the connection, at once or by request (see the class comment).
     void closeConnection();
     /// Asks the thread in a call, or the next call (a connect included), to
@@ -192,6 +200,7 @@ private:
     QThread* m_inCall = nullptr;
     std::atomic<bool> m_closeRequested{false};
     bool m_wasConnected = false;
+    int m_silenceMs = 0;
     QString m_anomalyText; ///< the first anomaly since takeAnomalyText
     void noteAnomaly(const QString& text);
     QString m_protocolError; ///< a failure the server's bytes caused

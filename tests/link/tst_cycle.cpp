@@ -300,7 +300,6 @@ private slots:
             s.readData(&entries);
             s.sendChalk(1);
             s.sendRecord(1, {});
-            s.readClientAck();
             while (!release.load()) // record 2 never comes
                 QThread::msleep(1);
         });
@@ -316,6 +315,124 @@ private slots:
         release = true;
         thread.shutdown();
         QCOMPARE(thread.waitingFor(nullptr), QString());
+    }
+
+    // With reconnect on, a lost link comes back: the server closes, resets
+    // or goes silent after 3 cycles, nothing listens for the outage, then a
+    // restarted server on the same port takes the front-end. The controls
+    // changed meanwhile arrive once, in its first data message; the status
+    // lines are exactly these; the client may close at any time.
+    void reconnect_data() {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<int>("outageMs"); // -1: the client closes during the outage
+        QTest::addColumn<QString>("lost"); // the status line on standard error
+        const QString closed = "the server closed the connection after cycle 3: reconnecting";
+        QTest::newRow("close, 2 s") << "close" << 2000 << closed;
+        QTest::newRow("reset, 2 s") << "reset" << 2000 << closed;
+        QTest::newRow("silent, 2 s")
+            << "silent" << 2000 << "the server was silent for 1 s after cycle 3: reconnecting";
+        QTest::newRow("close, 30 s") << "close" << 30000 << closed;
+        QTest::newRow("client closes meanwhile") << "close" << -1 << closed;
+    }
+    void reconnect() {
+        QFETCH(QString, fault);
+        QFETCH(int, outageMs);
+        QFETCH(QString, lost);
+        std::atomic<bool> release{false};
+        auto first = std::make_unique<ServerThread>([&](SimulationServer& s) {
+            QVector<SimulationServer::Entry> entries;
+            for (int c = 1; c <= 3; ++c) {
+                s.sendAck();
+                s.readData(&entries);
+                s.sendChalk(c);
+                s.sendRecord(1, {}); // and reads the client's ack
+            }
+            if (fault == "close")
+                s.closeClient();
+            else if (fault == "reset")
+                s.resetClient();
+            else
+                while (!release.load()) // silent: open, but nothing comes
+                    QThread::msleep(1);
+        });
+        const quint16 port = first->port();
+        CommThread thread;
+        connectTo(thread, port);
+        CommThread::ReconnectPolicy policy;
+        policy.enabled = true;
+        // Half a second between attempts leaves the silent server time to
+        // go (and its listener with it) before the first one.
+        policy.firstDelay = 0.5;
+        policy.maxDelay = 0.5;
+        policy.silenceMs = 1000;
+        thread.setReconnect(policy);
+        Sphere sphere;
+        thread.setSendingObjI(1, &sphere);
+        SignalCounter updates(&thread, &CommThread::dataUpdated);
+        SignalCounter attempts(&thread, &CommThread::reconnecting);
+        SignalCounter back(&thread, &CommThread::reconnected);
+        SignalCounter failures(&thread, &CommThread::connectionFailed);
+        StdoutCapture err(2);
+        thread.start();
+        QTRY_COMPARE_WITH_TIMEOUT(updates.count(), 4, 15000); // start-up and 3 cycles
+        QElapsedTimer noticed;
+        noticed.start();
+        QTRY_VERIFY_WITH_TIMEOUT(attempts.count() >= 1, 15000);
+        // A close or reset is seen at once, silence after its limit.
+        QVERIFY2(noticed.elapsed() < fixture::bound(fault == "silent" ? 2000 : 1000),
+                 qPrintable(QString::number(noticed.elapsed())));
+        release = true;
+        QVERIFY(first->wait(15000));
+        first.reset(); // nothing listens now
+        for (const auto& [index, value] : {std::pair{5, 1.0}, {6, 2.0}, {5, 3.0}})
+            addPending(thread, index, value);
+        if (outageMs < 0) {
+            QElapsedTimer clock;
+            clock.start();
+            thread.shutdown();
+            QVERIFY(clock.elapsed() < fixture::bound(1000));
+            QCOMPARE(failures.count(), 0);
+            return;
+        }
+        QTest::qWait(outageMs); // the outage itself is the scenario's time
+        QByteArray firstMessage;
+        std::atomic<bool> done{false};
+        ServerThread restarted(
+            [&](SimulationServer& s) {
+                QVector<SimulationServer::Entry> entries;
+                for (int c = 1; c <= 3; ++c) {
+                    s.sendAck();
+                    s.readData(&entries);
+                    if (c == 1)
+                        firstMessage = s.lastDataMessage();
+                    s.sendChalk(c);
+                    s.sendRecord(1, {});
+                }
+                while (!done.load()) // held open until the client has closed
+                    QThread::msleep(1);
+            },
+            20000, port);
+        QCOMPARE(restarted.port(), port);
+        QTRY_COMPARE_WITH_TIMEOUT(back.count(), 1, 15000);
+        QElapsedTimer resumed;
+        resumed.start();
+        QTRY_COMPARE_WITH_TIMEOUT(updates.count(), 7, 15000);
+        const qint64 resumedMs = resumed.elapsed();
+        thread.shutdown();
+        done = true;
+        QVERIFY(restarted.wait(15000));
+        QCOMPARE(firstMessage, QByteArray("2,5,3.000000,6,2.000000#"));
+        QCOMPARE(thread.getPendingCount(), 0);
+        QCOMPARE(failures.count(), 0);
+        QVERIFY2(resumedMs < fixture::bound(2000), qPrintable(QString::number(resumedMs)));
+        const QStringList said = QString::fromUtf8(err.take()).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(said.size(), 2);
+        QCOMPARE(said.at(0), lost);
+        QVERIFY2(QRegularExpression(QString("^reconnected to 127\\.0\\.0\\.1:%1 after [0-9.]+ s$")
+                                        .arg(port))
+                     .match(said.at(1))
+                     .hasMatch(),
+                 qPrintable(said.at(1)));
     }
 
     // Per-cycle statistics, and values that must not stick: a turn or a trail

@@ -2,13 +2,13 @@
 
 #include <chrono>
 
-ServerThread::ServerThread(Script script, int readTimeoutMs)
+ServerThread::ServerThread(Script script, int readTimeoutMs, quint16 port)
     : m_script(std::move(script)), m_timeout(readTimeoutMs), m_port(m_portPromise.get_future()),
       m_done(m_donePromise.get_future()) {
-    m_thread = std::thread([this] {
+    m_thread = std::thread([this, port] {
         SimulationServer server;
         server.setTimeout(m_timeout);
-        const bool ok = server.listen();
+        const bool ok = server.listen(QHostAddress(QHostAddress::LocalHost), port);
         m_portPromise.set_value(ok ? server.port() : 0);
         // The accept deadline is independent of the read timeout: a script
         // with short reads must not give up on a front-end that connects late.

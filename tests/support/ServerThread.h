@@ -15,7 +15,9 @@
 class ServerThread {
 public:
     using Script = std::function<void(SimulationServer&)>;
-    explicit ServerThread(Script script, int readTimeoutMs = 20000);
+    /// `port` 0 picks a free one; another listens there (a server restarted
+    /// where a front-end will look for it again).
+    explicit ServerThread(Script script, int readTimeoutMs = 20000, quint16 port = 0);
     ~ServerThread();
 
     /// The port the server listens on (waits until it listens).
