@@ -12,6 +12,7 @@
 // --record FILE      record the session (replay it with orlavex-replay)
 // --video FILE       write a video of the window, one frame per cycle
 // --verbose          log the link's traffic to info.txt
+// --reconnect        survive a lost link: retry, and resume when it is back
 // --describe FILE    write what the front-end expects of the server (record
 //                    numbers, kinds, fields, controls) as JSON, and exit
 //
@@ -45,12 +46,13 @@ struct Options {
     QString describe;
     QString video;
     bool verbose = false;
+    bool reconnect = false;
 };
 
 void usage(FILE* to) {
     std::fprintf(to,
                  "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--record FILE]\n"
-                 "                   [--video FILE] [--verbose] [--describe FILE]\n");
+                 "                   [--video FILE] [--verbose] [--reconnect] [--describe FILE]\n");
 }
 
 Options parse(int argc, char** argv) {
@@ -71,6 +73,8 @@ Options parse(int argc, char** argv) {
             o.video = QString::fromLocal8Bit(argv[++i]);
         else if (std::strcmp(argv[i], "--verbose") == 0)
             o.verbose = true;
+        else if (std::strcmp(argv[i], "--reconnect") == 0)
+            o.reconnect = true;
         else if (std::strcmp(argv[i], "--help") == 0) {
             usage(stdout);
             std::exit(0);
@@ -134,6 +138,11 @@ int main(int argc, char** argv) {
     link->getSocket()->setVerbose(options.verbose);
     link->setOverlapRendering(true);
     link->setCycleLimit(options.cycles); // the server serves exactly --cycles
+    if (options.reconnect) {
+        CommThread::ReconnectPolicy policy;
+        policy.enabled = true;
+        link->setReconnect(policy);
+    }
     if (!options.describe.isEmpty())
         return link->writeRegistry(options.describe) ? 0 : 1;
     if (!options.record.isEmpty())

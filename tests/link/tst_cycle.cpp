@@ -249,6 +249,26 @@ private slots:
         QCOMPARE(failures.count(), 1);
     }
 
+    // N cycles asked for are N cycles: the server serves N, the window gets
+    // N passes after its start-up pass, and the link ends without a failure.
+    void cycleLimit() {
+        CycleServer server([](int) { return QVector<QByteArray>{"1,#"}; }, 10);
+        CommThread thread;
+        connectTo(thread, server.port());
+        Sphere sphere;
+        thread.setSendingObjI(1, &sphere);
+        thread.setCycleLimit(3);
+        SignalCounter updates(&thread, &CommThread::dataUpdated);
+        SignalCounter failures(&thread, &CommThread::connectionFailed);
+        thread.start();
+        QTRY_VERIFY(thread.isStopped());
+        thread.shutdown();
+        QCOMPARE(server.cycles(), 3);
+        QCOMPARE(updates.count(), 4);
+        QCOMPARE(thread.cyclesHandedOver(), qint64(3));
+        QCOMPARE(failures.count(), 0);
+    }
+
     // A failed link says why on standard error, in one line; a close the
     // client application makes says nothing.
     void failureLines_data() {
