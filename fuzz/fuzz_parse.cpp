@@ -140,6 +140,25 @@ template <class T> void parse(SocketClass& socket, QString* payload, int n, int 
     if (anomalies != expectedAnomalies)
         mismatch("processInput's anomaly count", payload->left(200), QString::number(anomalies),
                  QString::number(expectedAnomalies));
+
+    // The link thread parses the bytes it received, which widen to exactly
+    // the Latin-1 payloads: the same numbers, integers and count.
+    for (QChar c : qAsConst(*payload))
+        if (c.unicode() > 0xFF)
+            return;
+    const QByteArray bytes = payload->toLatin1();
+    QVector<T> fromBytes(2, T(5));
+    QVector<int> intsFromBytes(1, 5);
+    socket.processInput(bytes.constData(), bytes.size(), &fromBytes, n, &intsFromBytes, m);
+    const int byteAnomalies = socket.takeParseAnomalies();
+    for (int i = 0; i < n && fromBytes.size() == n; ++i)
+        if (!sameBits(fromBytes[i], values[i]))
+            mismatch("processInput on bytes, number",
+                     QStringLiteral("field %1 of %2").arg(i).arg(payload->left(200)),
+                     bits(fromBytes[i]), bits(values[i]));
+    if (fromBytes.size() != n || intsFromBytes != ints || byteAnomalies != anomalies)
+        mismatch("processInput on bytes", payload->left(200), QString::number(byteAnomalies),
+                 QString::number(anomalies));
 }
 
 } // namespace

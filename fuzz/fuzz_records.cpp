@@ -152,12 +152,12 @@ void runInput(const uint8_t* data, size_t size) {
     objects.emplace_back(readOut);
 
     // The payloads, one per object, taken in turn.
-    std::vector<QString> payloads;
+    std::vector<QByteArray> payloads;
     const char* p = reinterpret_cast<const char*>(data + kHeader);
     const char* end = reinterpret_cast<const char*>(data + size);
     for (;;) {
         const char* cut = std::find(p, end, '\n');
-        payloads.push_back(QString::fromLatin1(p, int(cut - p)) + QLatin1Char('#'));
+        payloads.push_back(QByteArray(p, int(cut - p)) + '#');
         if (cut == end)
             break;
         p = cut + 1;
@@ -172,7 +172,9 @@ void runInput(const uint8_t* data, size_t size) {
     const int cycles = h[6] & 0x40 ? 2 : 1;
     for (int cycle = 0; cycle < cycles; ++cycle) {
         for (int i = 0; i < int(objects.size()); ++i) {
-            context.message = payloads[(size_t(i) + size_t(cycle)) % payloads.size()];
+            const QByteArray& payload = payloads[(size_t(i) + size_t(cycle)) % payloads.size()];
+            context.payload = payload.constData();
+            context.payloadLength = payload.size();
             context.floats.fill(0, 1031); // sizes no layout gives
             context.doubles.fill(0, 1031);
             context.apply(i);
@@ -180,7 +182,8 @@ void runInput(const uint8_t* data, size_t size) {
             context.releaseLargeBuffers();
         }
         if (h[6] & 0x80) {
-            context.message = payloads.front();
+            context.payload = payloads.front().constData();
+            context.payloadLength = payloads.front().size();
             context.apply(int(objects.size())); // read and ignored
         }
         takeHandOver(context.batch);

@@ -554,7 +554,7 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
     for (int i = 0; i < n && complete; ++i) {
         start = std::chrono::steady_clock::now();
         setWaiting(WaitRecord, start, i + 1, n);
-        const int num = socket->getNumValue(&context.message);
+        const int num = socket->getNumValue(&context.payload, &context.payloadLength);
         waited += msSince(start);
         complete = socket->lastStringComplete(); // a partial record is never applied
         if (!complete)
@@ -562,7 +562,8 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
         if (m_recorder)
             m_recorder->serverString(socket->lastString());
         if (buffer) {
-            context.buffered.append({num, context.message});
+            context.buffered.append({num, QByteArray(context.payload, context.payloadLength)});
+            socket->releaseReceiveBuffer();
         } else {
             context.apply(num);
             context.releaseLargeBuffers();
@@ -578,8 +579,10 @@ bool CommThread::exchange(detail::RecordContext& context, bool buffer) {
 
 void CommThread::applyBuffered(detail::RecordContext& context) {
     for (detail::RecordContext::Buffered& record : context.buffered) {
-        context.message.swap(record.payload);
+        context.payload = record.payload.constData();
+        context.payloadLength = record.payload.size();
         context.apply(record.num);
+        record.payload = QByteArray(); // a record of many MiB goes at once
         context.releaseLargeBuffers();
     }
     context.buffered.clear();

@@ -2,6 +2,8 @@
 
 #include <QDeadlineTimer>
 
+#include <type_traits>
+
 #include <Orlavex/common/LogStream.h>
 
 #include <QDebug>
@@ -530,6 +532,36 @@ int SocketClass::getChalk() {
     return chalk;
 }
 
+int SocketClass::getNumValue(const char** payload, int* length) {
+    CallScope scope(this);
+    const char* src = nullptr;
+    int size = 0;
+    receiveString('#', &src, &size);
+    const auto* comma = static_cast<const char*>(std::memchr(src, ',', size_t(size)));
+    int num;
+    if (comma) {
+        const int head = int(comma - src);
+        m_scratch = QLatin1String(src, head);
+        num = toInt(m_scratch.constData(), head);
+        *payload = comma + 1;
+        *length = size - head - 1;
+    } else {
+        m_scratch = QLatin1String(src, size);
+        num = toInt(m_scratch.constData(), size);
+        *payload = src;
+        *length = size;
+    }
+    if (m_verbose) {
+        log("SOCKET::getNumValue, num: " + QByteArray::number(num));
+        log("SOCKET: data without num " + QByteArray(*payload, *length));
+    }
+    return num;
+}
+
+void SocketClass::releaseReceiveBuffer() {
+    releaseLargeBuffer();
+}
+
 int SocketClass::getNumValue(QString* data) {
     CallScope scope(this);
     const char* src = nullptr;
@@ -561,25 +593,46 @@ namespace {
 // was a number (for the anomaly count; the value is the same either way).
 // `narrowed` is the field's text as bytes (see narrow()), or null when it is
 // not at hand; `text` is the same field as it arrived, for Qt.
-template <typename T> T convert(const QChar* text, const char* narrowed, int length, bool* ok);
-template <>
-inline float convert<float>(const QChar* text, const char* narrowed, int length, bool* ok) {
-    double d;
-    *ok = true;
-    // A double in float's normal range is normal itself.
-    if (fastDouble(narrowed, length, &d) &&
-        (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
-                    std::fabs(d) <= double(std::numeric_limits<float>::max()))))
-        return float(d);
-    return QString::fromRawData(text, qMax(0, length)).toFloat(ok);
+// The field as Qt sees it: the payload's own characters, or its bytes read
+// as Latin-1 (the same characters the link would have widened them to).
+inline QString qtText(const QChar* text, int length) {
+    return QString::fromRawData(text, qMax(0, length));
 }
-template <>
-inline double convert<double>(const QChar* text, const char* narrowed, int length, bool* ok) {
+inline QString qtText(const char* text, int length) {
+    return QString::fromLatin1(text, qMax(0, length));
+}
+
+// Qt reads no number with a comma in it (its conversions use the C locale
+// and reject group separators). Said without asking Qt, a last field that
+// runs on over surplus fields of many MiB is not copied just to be refused.
+inline bool hasComma(const QChar*, int) {
+    return false; // Qt reads these characters in place: nothing to spare
+}
+inline bool hasComma(const char* text, int length) {
+    return length >= kFastField && std::memchr(text, ',', size_t(length));
+}
+
+template <typename T, typename Char>
+T convert(const Char* text, const char* narrowed, int length, bool* ok);
+template <typename T, typename Char>
+inline T convert(const Char* text, const char* narrowed, int length, bool* ok) {
     double d;
     *ok = true;
+    if (hasComma(text, length)) {
+        *ok = false;
+        return T(0);
+    }
+    if (std::is_same<T, float>::value) {
+        // A double in float's normal range is normal itself.
+        if (fastDouble(narrowed, length, &d) &&
+            (d == 0 || (std::fabs(d) >= double(std::numeric_limits<float>::min()) &&
+                        std::fabs(d) <= double(std::numeric_limits<float>::max()))))
+            return T(float(d));
+        return T(qtText(text, length).toFloat(ok));
+    }
     if (fastDouble(narrowed, length, &d) && (std::isnormal(d) || d == 0))
-        return d;
-    return QString::fromRawData(text, qMax(0, length)).toDouble(ok);
+        return T(d);
+    return T(qtText(text, length).toDouble(ok));
 }
 
 // A payload read field by field through a window narrowed to bytes a block
@@ -587,7 +640,28 @@ inline double convert<double>(const QChar* text, const char* narrowed, int lengt
 // memchr and fields converted in place, in constant memory whatever the
 // payload's size. A field that straddles the window's end is narrowed again
 // from its start; one longer than the window is only searched through.
-class FieldScanner {
+template <typename Char> class FieldScanner;
+
+// Bytes are scanned where they lie: no window, no copy.
+template <> class FieldScanner<char> {
+public:
+    FieldScanner(const char* text, int length) : m_text(text), m_length(length) {}
+    int comma(int pos) const {
+        if (pos >= m_length)
+            return -1;
+        const void* hit = std::memchr(m_text + pos, ',', size_t(m_length - pos));
+        return hit ? int(static_cast<const char*>(hit) - m_text) : -1;
+    }
+    const char* text(int pos, int end) const {
+        return end - pos <= 0 || end - pos >= kFastField ? nullptr : m_text + pos;
+    }
+
+private:
+    const char* m_text;
+    int m_length;
+};
+
+template <> class FieldScanner<QChar> {
 public:
     FieldScanner(const QChar* text, int length) : m_text(text), m_length(length) {}
 
@@ -642,16 +716,27 @@ void printField(const QChar* text, int length) {
     bytes.append('\t');
     LogStream::toStandardOutput(bytes);
 }
+void printField(const char* text, int length) {
+    QByteArray bytes(text, length);
+    bytes.append('\t');
+    LogStream::toStandardOutput(bytes);
+}
+inline int fieldToInt(const QChar* text, int length) {
+    return SocketClass::toInt(text, length);
+}
+inline int fieldToInt(const char* text, int length) {
+    const QString wide = QString::fromLatin1(text, length);
+    return SocketClass::toInt(wide.constData(), length);
+}
 } // namespace
 
-template <typename T>
-void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints, int m) {
-    const QChar* s = data->constData();
-    const int length = data->size();
+template <typename T, typename Char>
+void SocketClass::parseFields(const Char* s, int length, QVector<T>* values, int n,
+                              QVector<int>* ints, int m) {
     const int last = length - 1; // the terminal, never part of a last field
     int pos = 0;
     bool failed = false;
-    FieldScanner scan(s, length);
+    FieldScanner<Char> scan(s, length);
 
     values->resize(n);
     T* out = values->data();
@@ -687,7 +772,7 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
             }
         }
         bool ok;
-        out[i] = convert<T>(s + pos, scan.text(pos, fieldEnd), fieldEnd - pos, &ok);
+        out[i] = convert<T, Char>(s + pos, scan.text(pos, fieldEnd), fieldEnd - pos, &ok);
         if (!ok) { // not a number, or (the last field) surplus fields
             if (m_anomalies == 0)
                 noteAnomaly(runsToEnd && scan.comma(pos) >= 0 && scan.comma(pos) < fieldEnd
@@ -695,7 +780,7 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
                                 : QStringLiteral("field %1 of %2 is not a number: \"%3\"")
                                       .arg(i + 1)
                                       .arg(n)
-                                      .arg(QString::fromRawData(s + pos, qMin(fieldEnd - pos, 40))));
+                                      .arg(qtText(s + pos, qMin(fieldEnd - pos, 40))));
             ++m_anomalies;
         }
         if (m_verbose)
@@ -718,19 +803,29 @@ void SocketClass::parseFields(QString* data, QVector<T>* values, int n, QVector<
             if (fieldEnd < 0)
                 fieldEnd = length; // runs to the end, terminal included
         }
-        iout[j] = toInt(s + pos, fieldEnd - pos);
+        iout[j] = fieldToInt(s + pos, fieldEnd - pos);
         pos = fieldEnd + 1;
     }
 }
 
 void SocketClass::processInput(QString* data, QVector<float>* values, int n, QVector<int>* ints,
                                int m) {
-    parseFields(data, values, n, ints, m);
+    parseFields(data->constData(), data->size(), values, n, ints, m);
 }
 
 void SocketClass::processInput(QString* data, QVector<double>* values, int n, QVector<int>* ints,
                                int m) {
-    parseFields(data, values, n, ints, m);
+    parseFields(data->constData(), data->size(), values, n, ints, m);
+}
+
+void SocketClass::processInput(const char* data, int length, QVector<float>* values, int n,
+                               QVector<int>* ints, int m) {
+    parseFields(data, length, values, n, ints, m);
+}
+
+void SocketClass::processInput(const char* data, int length, QVector<double>* values, int n,
+                               QVector<int>* ints, int m) {
+    parseFields(data, length, values, n, ints, m);
 }
 
 void SocketClass::appendFixed6(QByteArray& out, double value) {
@@ -747,7 +842,7 @@ float SocketClass::toFloat(const QChar* text, int length) {
     const bool fits = length > 0 && length < kFastField;
     if (fits)
         narrow(text, length, narrowed);
-    return convert<float>(text, fits ? narrowed : nullptr, length, &ok);
+    return convert<float, QChar>(text, fits ? narrowed : nullptr, length, &ok);
 }
 
 double SocketClass::toDouble(const QChar* text, int length) {
@@ -756,7 +851,7 @@ double SocketClass::toDouble(const QChar* text, int length) {
     const bool fits = length > 0 && length < kFastField;
     if (fits)
         narrow(text, length, narrowed);
-    return convert<double>(text, fits ? narrowed : nullptr, length, &ok);
+    return convert<double, QChar>(text, fits ? narrowed : nullptr, length, &ok);
 }
 
 int SocketClass::toInt(const QChar* text, int length) {

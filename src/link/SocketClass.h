@@ -84,6 +84,12 @@ public:
     /// Reads a record string (acking it); returns its num field and leaves the
     /// payload, terminal included, in `*data`.
     int getNumValue(QString* data);
+    /// The same without a copy: the payload's bytes, terminal included, stay
+    /// in the receive buffer, valid until the next call on this socket. Once
+    /// they are used, `releaseReceiveBuffer()` gives back the room a string
+    /// of many MiB took.
+    int getNumValue(const char** payload, int* length);
+    void releaseReceiveBuffer();
     /// Parses `n` numbers and then `m` integers of the payload; afterwards the
     /// vectors hold exactly n and m entries. A field that is not a number
     /// gives 0. When a field needs a separating comma and finds none, the
@@ -92,6 +98,13 @@ public:
     /// standard output for single precision, a log line for double).
     void processInput(QString* data, QVector<float>* values, int n, QVector<int>* ints, int m);
     void processInput(QString* data, QVector<double>* values, int n, QVector<int>* ints, int m);
+    /// The same on the payload's bytes, as the link thread parses a record
+    /// it received (`getNumValue(const char**, int*)`): the same values, the
+    /// same reports, without widening the payload to UTF-16 first.
+    void processInput(const char* data, int length, QVector<float>* values, int n,
+                      QVector<int>* ints, int m);
+    void processInput(const char* data, int length, QVector<double>* values, int n,
+                      QVector<int>* ints, int m);
 
     /// Fields that `processInput` found amiss since the last call of this
     /// function, which resets the count: a field that needed a comma and
@@ -160,8 +173,8 @@ private:
     /// (the terminal included when it arrived) stay at [*begin, *begin +
     /// *length) until the next read; true when the terminal arrived.
     bool receiveString(char terminal, const char** begin, int* length);
-    template <typename T>
-    void parseFields(QString* data, QVector<T>* values, int n, QVector<int>* ints, int m);
+    template <typename T, typename Char>
+    void parseFields(const Char* s, int length, QVector<T>* values, int n, QVector<int>* ints, int m);
     qint64 buffered() const;
     void releaseLargeBuffer();
     void widen(const char* src, int length, QString* out);

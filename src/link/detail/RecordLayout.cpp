@@ -38,22 +38,21 @@ qint64 nowNs() {
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
-// A payload this long (in characters) or number buffers this large are given
-// back after their record, so that one huge record does not stay resident.
-constexpr int kLargePayload = 4 * 1024 * 1024;
+// Number buffers this large are given back after their record, so that one
+// huge record does not stay resident (the socket gives back its own).
 constexpr int kLargeNumbers = 1024 * 1024;
 } // namespace
 
 const float* RecordContext::parseFloats(int count) {
     const qint64 t = nowNs();
-    socket->processInput(&message, &floats, count, &ints, 0);
+    socket->processInput(payload, payloadLength, &floats, count, &ints, 0);
     parseNs += nowNs() - t;
     return floats.constData();
 }
 
 const double* RecordContext::parseDoubles(int count) {
     const qint64 t = nowNs();
-    socket->processInput(&message, &doubles, count, &ints, 0);
+    socket->processInput(payload, payloadLength, &doubles, count, &ints, 0);
     parseNs += nowNs() - t;
     return doubles.constData();
 }
@@ -105,8 +104,7 @@ void HandOver::apply() {
 }
 
 void RecordContext::releaseLargeBuffers() {
-    if (message.capacity() > kLargePayload)
-        message = QString();
+    socket->releaseReceiveBuffer();
     if (floats.capacity() > kLargeNumbers)
         floats = QVector<float>();
     if (doubles.capacity() > kLargeNumbers)

@@ -49,12 +49,15 @@ struct RecordContext {
     };
     struct Buffered {
         int num;
-        QString payload;
+        QByteArray payload; ///< its own copy: the receive buffer moves on
     };
 
     SocketClass* socket = nullptr;
     QHash<int, Target> targets;
-    QString message; ///< payload of the record being applied
+    /// The payload of the record being applied, terminal included: a view
+    /// into the socket's receive buffer, or into a buffered record.
+    const char* payload = nullptr;
+    int payloadLength = 0;
     QVector<float> floats;
     QVector<double> doubles;
     QVector<int> ints;
