@@ -49,5 +49,9 @@ class PlottingPanel;
 class PlottingPanelQwt;
 class SurfaceFormat;
 class TrailQwt;
+struct ShareCredentials;
+class ShareFrame;
+class ShareState;
+class ShareViewer;
 class SimulationServer;
 } // namespace Orlavex

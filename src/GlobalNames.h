@@ -54,3 +54,7 @@ using Orlavex::PlottingPanel;
 using Orlavex::PlottingPanelQwt;
 using Orlavex::SurfaceFormat;
 using Orlavex::TrailQwt;
+using Orlavex::ShareCredentials;
+using Orlavex::ShareFrame;
+using Orlavex::ShareState;
+using Orlavex::ShareViewer;

@@ -55,6 +55,11 @@
 #include <Orlavex/display/SurfaceFormat.h>
 #include <Orlavex/display/TrailQwt.h>
 
+#include <Orlavex/share/ShareCredentials.h>
+#include <Orlavex/share/ShareFrame.h>
+#include <Orlavex/share/ShareState.h>
+#include <Orlavex/share/ShareViewer.h>
+
 #ifndef ORLAVEX_NO_GLOBAL_NAMES
 #include <Orlavex/GlobalNames.h>
 #endif

@@ -15,6 +15,9 @@
 // --reconnect        survive a lost link: retry, and resume when it is back
 // --describe FILE    write what the front-end expects of the server (record
 //                    numbers, kinds, fields, controls) as JSON, and exit
+// --share URL LAB    share the lab with viewers through the NATS broker at URL
+//                    (docs/share.md); the login comes from the environment:
+//                    ORLAVEX_SHARE_USER, ORLAVEX_SHARE_PASSWORD, ORLAVEX_SHARE_CA
 //
 // Each render pass overlaps the next exchange with the server, so a lab
 // across a slow network runs at the network's pace, not at that plus the
@@ -47,12 +50,15 @@ struct Options {
     QString video;
     bool verbose = false;
     bool reconnect = false;
+    QString shareUrl;
+    QString shareLab;
 };
 
 void usage(FILE* to) {
     std::fprintf(to,
                  "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--record FILE]\n"
-                 "                   [--video FILE] [--verbose] [--reconnect] [--describe FILE]\n");
+                 "                   [--video FILE] [--verbose] [--reconnect] [--describe FILE]\n"
+                 "                   [--share URL LAB]\n");
 }
 
 Options parse(int argc, char** argv) {
@@ -75,7 +81,10 @@ Options parse(int argc, char** argv) {
             o.verbose = true;
         else if (std::strcmp(argv[i], "--reconnect") == 0)
             o.reconnect = true;
-        else if (std::strcmp(argv[i], "--help") == 0) {
+        else if (std::strcmp(argv[i], "--share") == 0 && i + 2 < argc) {
+            o.shareUrl = QString::fromLocal8Bit(argv[++i]);
+            o.shareLab = QString::fromLocal8Bit(argv[++i]);
+        } else if (std::strcmp(argv[i], "--help") == 0) {
             usage(stdout);
             std::exit(0);
         } else {
@@ -117,6 +126,7 @@ struct Totals {
     std::mutex lock;
     double waitMs = 0, renderMs = 0, parseMs = 0, applyMs = 0;
     int cycles = 0;
+    qint64 sharePublished = 0, shareDropped = 0; // since the start
 };
 
 } // namespace
@@ -147,6 +157,14 @@ int main(int argc, char** argv) {
         return link->writeRegistry(options.describe) ? 0 : 1;
     if (!options.record.isEmpty())
         link->setRecordFile(options.record);
+    if (!options.shareUrl.isEmpty()) {
+        // The password stays off the command line, where any user could read it.
+        ShareCredentials credentials;
+        credentials.user = qEnvironmentVariable("ORLAVEX_SHARE_USER");
+        credentials.password = qEnvironmentVariable("ORLAVEX_SHARE_PASSWORD");
+        credentials.caFile = qEnvironmentVariable("ORLAVEX_SHARE_CA");
+        link->setShare(options.shareUrl, options.shareLab, credentials);
+    }
     if (!options.video.isEmpty() && !window.setVideoFile(options.video))
         return 1;
     Totals totals;
@@ -158,6 +176,8 @@ int main(int argc, char** argv) {
             totals.renderMs += s.renderMs;
             totals.parseMs += s.parseMs;
             totals.applyMs += s.applyMs;
+            totals.sharePublished = s.sharePublished;
+            totals.shareDropped = s.shareDropped;
             ++totals.cycles;
         },
         Qt::DirectConnection);
@@ -218,6 +238,11 @@ int main(int argc, char** argv) {
                         qPrintable(options.video));
         if (!options.record.isEmpty())
             std::printf("session recorded to %s\n", qPrintable(options.record));
+        if (!options.shareUrl.isEmpty())
+            std::printf("shared as lab %s: %lld frames published, %lld states dropped\n",
+                        qPrintable(options.shareLab),
+                        static_cast<long long>(totals.sharePublished),
+                        static_cast<long long>(totals.shareDropped));
     }
     if (failed)
         return 1;

@@ -32,6 +32,8 @@ void LinkStatus::take(const CycleStats& s) {
     m_sum.applyMs += s.applyMs;
     m_sum.renderMs += s.renderMs;
     m_sum.records += s.records;
+    m_sum.sharePublished = s.sharePublished; // totals: the latest counts
+    m_sum.shareDropped = s.shareDropped;
     for (auto it = s.anomalies.cbegin(); it != s.anomalies.cend(); ++it)
         m_sum.anomalies[it.key()] += it.value();
     ++m_cycles;
@@ -85,6 +87,8 @@ QString LinkStatus::describe(const CycleStats& sum, int cycles, double seconds) 
             where << tr("record %1: %2").arg(it.key()).arg(it.value());
         text += tr(" · fields amiss (%1)").arg(where.join(QStringLiteral(", ")));
     }
+    if (sum.sharePublished + sum.shareDropped > 0)
+        text += tr(" · shared %1 frames, %2 dropped").arg(sum.sharePublished).arg(sum.shareDropped);
     return text;
 }
 

@@ -17,8 +17,9 @@ class CommThread;
 /// line (`window.addWidget(new LinkStatus(window.commThread))`): the cycle,
 /// the cycles per second, and per cycle the time waiting for the server, the
 /// render pass, parsing and applying, the bytes received and the fields that
-/// records had amiss. With the waits and the render side by side it shows
-/// whether the link or the rendering limits a lab.
+/// records had amiss; for a shared lab (`CommThread::setShare`) also the
+/// frames published and the states dropped so far. With the waits and the
+/// render side by side it shows whether the link or the rendering limits a lab.
 ///
 /// It refreshes at most four times a second, from the link thread's
 /// statistics (`CommThread::cycleFinished`), averaged over the cycles since

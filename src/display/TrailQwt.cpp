@@ -112,25 +112,30 @@ void TrailQwt::insertXY(const double* points, int count) {
     }
     if (count < 2)
         return;
-    const double x = points[0];
-    const double y = points[1];
+    appendPoint(d->x, d->y, skipPhase, nSkip, nMaxPoints, points[0], points[1]);
+    if (d->curve)
+        d->curve->setRawSamples(d->x.constData(), d->y.constData(), d->x.size());
+}
 
-    if (nSkip > 0)
-        skipPhase = int((qint64(skipPhase) + 1) % (qint64(nSkip) + 1));
+int TrailQwt::appendPoint(QVector<double>& xs, QVector<double>& ys, int& skipPhase, int skip,
+                          int maxPoints, double x, double y) {
+    if (skip > 0)
+        skipPhase = int((qint64(skipPhase) + 1) % (qint64(skip) + 1));
     // Removes as many points as needed, not just one, so that a limit lowered
     // while the buffers were fuller takes effect at the next point; with an
     // unchanged limit it is exactly one.
-    const int excess = d->x.size() - nMaxPoints + 1;
-    if (nMaxPoints > 0 && excess > 0) {
-        d->x.remove(0, excess);
-        d->y.remove(0, excess);
+    const int excess = xs.size() - maxPoints + 1;
+    int dropped = 0;
+    if (maxPoints > 0 && excess > 0) {
+        xs.remove(0, excess);
+        ys.remove(0, excess);
+        dropped = excess;
     }
     if (skipPhase == 0) {
-        d->x.append(x);
-        d->y.append(y);
+        xs.append(x);
+        ys.append(y);
     }
-    if (d->curve)
-        d->curve->setRawSamples(d->x.constData(), d->y.constData(), d->x.size());
+    return dropped;
 }
 
 } // namespace Orlavex

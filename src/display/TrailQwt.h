@@ -55,6 +55,13 @@ public:
 
     /// Number of points in the append buffers.
     int getNStored() const;
+    /// The append rule, in one place for the trail and for whoever mirrors
+    /// its points (a shared lab's publisher): offers the point (`x`, `y`) to
+    /// buffers that keep every (`skip` + 1)-th point and at most `maxPoints`,
+    /// dropping the oldest; `skipPhase` is the caller's skip phase. Returns
+    /// how many of the oldest points left the buffers.
+    static int appendPoint(QVector<double>& xs, QVector<double>& ys, int& skipPhase, int skip,
+                           int maxPoints, double x, double y);
     /// The curve; null once the plot it was attached to has deleted it.
     QwtPlotCurve* getCurve() const;
     /// The point marker (no markers drawn unless its style is changed).

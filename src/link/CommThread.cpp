@@ -3,6 +3,8 @@
 #include "detail/RecordLayout.h"
 #include "detail/RenderRelay.h"
 #include "detail/SessionRecorder.h"
+#include "detail/ShareCapture.h"
+#include "detail/SharePublisher.h"
 
 #include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SceneLock.h>
@@ -13,6 +15,7 @@
 #include <Orlavex/controls/RadioButton.h>
 #include <Orlavex/link/SocketClass.h>
 #include <Orlavex/scene/DrawableI.h>
+#include <Orlavex/share/ShareFrame.h>
 
 #include <Orlavex/controls/ButtonGroup.h>
 
@@ -349,6 +352,7 @@ void CommThread::run() {
         if (!relay) {
             ok = exchange(context, false);
             if (ok && anyRecords) {
+                shareCycle(context);
                 handOver(context);
                 ++m_cyclesHandedOver;
                 const auto start = std::chrono::steady_clock::now();
@@ -363,6 +367,7 @@ void CommThread::run() {
             relay->wait();
             applyBuffered(context);
             if (ok && anyRecords) {
+                shareCycle(context);
                 handOver(context);
                 ++m_cyclesHandedOver;
                 relay->start(context.stats);
@@ -586,6 +591,40 @@ void CommThread::applyBuffered(detail::RecordContext& context) {
         context.releaseLargeBuffers();
     }
     context.buffered.clear();
+}
+
+// --- Sharing the lab with viewers (docs/share.md) ---
+
+void CommThread::setShare(const QString& url, const QString& lab,
+                          const ShareCredentials& credentials) {
+    if (!ShareFrame::isValidLab(lab)) {
+        LogStream::toStandardError(QStringLiteral("the lab name \"%1\" is not one subject token "
+                                                  "(letters, digits and '_'): the lab is not "
+                                                  "shared\n")
+                                       .arg(lab)
+                                       .toLocal8Bit());
+        return;
+    }
+    m_share.reset(new detail::SharePublisher(url, lab, credentials));
+}
+
+ShareState CommThread::sharedState() const {
+    return m_share ? m_share->snapshot() : ShareState();
+}
+
+void CommThread::shareCycle(detail::RecordContext& context) {
+    // Runs before handOver(), which moves the batch away.
+    if (!m_share)
+        return;
+    if (!m_shareCapture) {
+        // Registration ended with start(): kinds and registry are final.
+        m_shareCapture.reset(new detail::ShareCapture(sendingObjects));
+        m_share->start(registryDescription());
+    }
+    m_shareCapture->capture(context.batch, context.stats.cycle, m_share->buffer());
+    m_share->handOver();
+    context.stats.sharePublished = m_share->published();
+    context.stats.shareDropped = m_share->dropped();
 }
 
 } // namespace Orlavex

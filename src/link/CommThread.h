@@ -2,6 +2,7 @@
 
 #include <Orlavex/link/CycleStats.h>
 #include <Orlavex/orlavex_export.h>
+#include <Orlavex/share/ShareCredentials.h>
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -36,11 +37,14 @@ class ButtonGroup;
 class PauseButton;
 class SocketClass;
 class LogStream;
+class ShareState;
 namespace detail {
 struct HandOver;
 struct RecordContext;
 class RenderRelay;
 class SessionRecorder;
+class ShareCapture;
+class SharePublisher;
 } // namespace detail
 
 /// The link thread: the hub of a front-end.
@@ -181,6 +185,19 @@ public:
     /// index registered for two different controls.
     QStringList registryProblems() const;
 
+    /// Shares the lab: after every cycle its state goes to the NATS broker at
+    /// `url` (`nats://` or `tls://host:port`) under the name `lab`, for
+    /// viewers (`ShareViewer`, `orlavex-watch`) to follow (docs/share.md).
+    /// Set before `start()`; without it nothing is shared. A thread of its
+    /// own talks to the broker, so the link thread never waits for it: a slow
+    /// or absent broker only drops frames (`CycleStats::shareDropped`). A lab
+    /// name that is not one subject token (`ShareFrame::isValidLab`) is
+    /// refused with a warning.
+    void setShare(const QString& url, const QString& lab, const ShareCredentials& credentials);
+    /// The state last published to the lab's viewers (sequence 0 before the
+    /// first, and without sharing); for tests and tools.
+    ShareState sharedState() const;
+
     /// Clears the stop flag (only matters before the loop has seen it).
     void play();
     /// Ends the cycle loop at its next check; a cycle under way finishes
@@ -297,6 +314,12 @@ private:
     // Pause and stop are waited for, never polled.
     std::mutex m_stateLock;
     std::condition_variable m_stateChanged;
+
+    // Sharing the lab: made by setShare before start(), then used by the
+    // link thread alone; the publisher's thread only takes what it is handed.
+    void shareCycle(detail::RecordContext& context);
+    std::unique_ptr<detail::SharePublisher> m_share;
+    std::unique_ptr<detail::ShareCapture> m_shareCapture;
 };
 
 } // namespace Orlavex

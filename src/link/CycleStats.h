@@ -23,6 +23,11 @@ struct CycleStats {
     /// Fields amiss, by record number: a missing comma, surplus fields, a
     /// field that is not a number, a rotation or trail point that is not finite.
     QMap<int, int> anomalies;
+    /// A shared lab (`CommThread::setShare`), counted since the link thread
+    /// started: frames published to the viewers, and cycles whose state never
+    /// reached the broker (none there, or too slow to take every cycle).
+    qint64 sharePublished = 0;
+    qint64 shareDropped = 0;
 
     int anomalyCount() const {
         int n = 0;
