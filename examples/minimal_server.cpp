@@ -5,7 +5,10 @@
 //   2: a DisplayDouble read-out (the height)
 // and takes control 1, the gravity, from the front-end's number field.
 //
-//   minimal_server [--port P]     P = 0 picks a free port; the port is printed
+//   minimal_server [--port P] [--keep-serving]
+//     P = 0 picks a free port; the port is printed. --keep-serving waits for
+//     the next front-end (or the same one reconnecting) when one leaves, and
+//     the ball bounces on where it was.
 #include <Orlavex/server/SimulationServer.h>
 
 #include <QCoreApplication>
@@ -18,13 +21,17 @@
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     int port = 4848;
-    for (int i = 1; i + 1 < argc; ++i)
-        if (std::strcmp(argv[i], "--port") == 0)
+    bool keepServing = false;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--port") == 0 && i + 1 < argc)
             port = std::atoi(argv[i + 1]);
+        keepServing = keepServing || std::strcmp(argv[i], "--keep-serving") == 0;
+    }
 
     SimulationServer server;
     // A paused front-end keeps us waiting as long as the user likes.
     server.setTimeout(-1);
+    server.setTakeBack(keepServing); // a reconnecting front-end replaces a silent one
     if (!server.listen(QHostAddress::LocalHost, quint16(port))) {
         std::fprintf(stderr, "cannot listen on port %d\n", port);
         return 1;
@@ -39,8 +46,13 @@ int main(int argc, char** argv) {
     int cycle = 0;
     for (;; ++cycle) {
         QVector<SimulationServer::Entry> changes;
-        if (!server.nextCycle(&changes))
+        if (!server.nextCycle(&changes)) {
+            if (keepServing && server.waitForClient()) { // the same simulation goes on
+                --cycle;
+                continue;
+            }
             break; // the front-end has gone: the session is over
+        }
         for (const SimulationServer::Entry& change : changes)
             if (change.first == 1)
                 gravity = change.second;
@@ -55,7 +67,7 @@ int main(int argc, char** argv) {
         // The chalk string, both records and the next ack go out in one write.
         server.addRecord(1, {0, height, 0, 0, 0, 0, 0, 0, 0, radius});
         server.addRecord(2, {height});
-        if (!server.finishCycle(cycle))
+        if (!server.finishCycle(cycle) && !(keepServing && server.waitForClient()))
             break;
         QThread::msleep(20); // one cycle per time step: the ball moves in real time
     }

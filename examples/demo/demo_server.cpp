@@ -2,12 +2,15 @@
 // plate, computed here cycle by cycle and sent to the demo front-end
 // (demo_client). Every control of the front-end changes the simulation.
 //
-//   demo_server [--port P] [--unpaced] [--verbose]
+//   demo_server [--port P] [--unpaced] [--verbose] [--keep-serving]
 //
 // --port P    port to listen on (4848; 0 picks a free one); the port is printed
 // --unpaced   run cycles as fast as the front-end takes them, instead of
 //             keeping simulated time in step with the clock
 // --verbose   print every data message that carries changes
+// --keep-serving  when the front-end leaves or loses its link, wait for the
+//             next one (or the same one reconnecting) and go on with the
+//             same simulation, instead of ending
 #include "HeatedPlate.h"
 #include "LabProtocol.h"
 #include "Pendulum.h"
@@ -55,6 +58,7 @@ struct Options {
     int port = 4848;
     bool paced = true;
     bool verbose = false;
+    bool keepServing = false;
 };
 
 Options parse(int argc, char** argv) {
@@ -66,8 +70,10 @@ Options parse(int argc, char** argv) {
             o.paced = false;
         else if (std::strcmp(argv[i], "--verbose") == 0)
             o.verbose = true;
+        else if (std::strcmp(argv[i], "--keep-serving") == 0)
+            o.keepServing = true;
         else {
-            std::printf("usage: demo_server [--port P] [--unpaced] [--verbose]\n");
+            std::printf("usage: demo_server [--port P] [--unpaced] [--verbose] [--keep-serving]\n");
             std::exit(std::strcmp(argv[i], "--help") == 0 ? 0 : 2);
         }
     }
@@ -304,10 +310,26 @@ int main(int argc, char** argv) {
     Laboratory laboratory;
     const auto start = std::chrono::steady_clock::now();
     int cycle = 0;
+    // With --keep-serving a front-end that leaves (or loses its link) is
+    // waited for again, and the same simulation goes on for the next one.
+    server.setTakeBack(options.keepServing);
+    const auto takeNext = [&] {
+        if (!options.keepServing)
+            return false;
+        std::printf("front-end left after %d cycles (%s); waiting for the next\n", cycle,
+                    qPrintable(server.errorString()));
+        std::fflush(stdout);
+        return server.waitForClient();
+    };
     for (;; ++cycle) {
         QVector<SimulationServer::Entry> changes;
-        if (!server.nextCycle(&changes))
+        if (!server.nextCycle(&changes)) {
+            if (takeNext()) {
+                --cycle;
+                continue;
+            }
             break;
+        }
         if (options.verbose && !changes.isEmpty())
             std::printf("cycle %d: %s\n", cycle, server.lastDataMessage().constData());
         for (const SimulationServer::Entry& change : changes)
@@ -315,8 +337,11 @@ int main(int argc, char** argv) {
         laboratory.advance();
         // Pipelined: the chalk string, every record and the next ack go out
         // in one write, so a cycle costs one round trip however many records.
-        if (!laboratory.send(server) || !server.finishCycle(cycle))
+        if (!laboratory.send(server) || !server.finishCycle(cycle)) {
+            if (takeNext())
+                continue;
             break;
+        }
         if (options.paced) // simulated time never runs ahead of the clock
             std::this_thread::sleep_until(
                 start + std::chrono::duration<double>((cycle + 1) * lab::frameSeconds));

@@ -1,5 +1,6 @@
 """The simulation server's half of the wire protocol (docs/protocol.md)."""
 
+import select
 import socket
 import time
 
@@ -41,13 +42,22 @@ class SimulationServer:
     seconds with `Timeout`. A front-end that closes or resets the connection
     raises `FrontEndClosed`; wrong bytes from it raise `ProtocolError`.
 
+    Taking a front-end back: after one has gone (`FrontEndClosed`), call
+    `wait_for_client()` again; the listener stays open and the next front-end
+    (or the same one reconnecting) starts afresh with the server ack, while
+    the simulation goes on. With ``take_back=True`` a front-end that connects
+    while the server waits for the current one replaces it: the wait raises
+    `FrontEndClosed`, since a reconnecting front-end has lost its link even
+    when no close reached the server. `serve_forever` does all of this.
+
     With a registry (`registry=` or `use_registry`), every record is checked
     when it is queued and every cycle's record count when it is finished:
     `RegistryError`, with nothing sent.
     """
 
     def __init__(self, host="127.0.0.1", port=0, pipelined=True, timeout=30.0, registry=None,
-                 data_timeout=None):
+                 data_timeout=None, take_back=False):
+        self.take_back = take_back
         family = socket.AF_INET6 if ":" in host else socket.AF_INET
         self._listener = socket.create_server((host, port), family=family, backlog=1)
         self.pipelined = pipelined
@@ -58,6 +68,7 @@ class SimulationServer:
             self.use_registry(registry)
         self.last_data_message = b""
         self._sock = None
+        self._cycle = 0  # the default chalk: it goes on across front-ends
         self._reset()
 
     def _reset(self):
@@ -67,7 +78,6 @@ class SimulationServer:
         self._queue = []           # this cycle's record strings
         self._nums = []            # and their num fields
         self._in_cycle = False     # the data message of this cycle has been read
-        self._cycle = 0
 
     # --- connection ---------------------------------------------------------
 
@@ -298,6 +308,8 @@ class SimulationServer:
             if left <= 0:
                 raise Timeout("waited too long for %s" % what)
             sock.settimeout(left)
+        if self.take_back:
+            self._wait_or_newcomer(sock, deadline, what)
         try:
             chunk = sock.recv(1 << 16)
         except socket.timeout:
@@ -309,6 +321,34 @@ class SimulationServer:
             raise FrontEndClosed("the front-end closed the connection (while waiting for %s)"
                                  % what)
         self._rx += chunk
+
+    def _wait_or_newcomer(self, sock, deadline, what):
+        """Waits until the front-end sends something, or a new one connects."""
+        while True:
+            left = None if deadline is None else max(0.0, deadline - time.monotonic())
+            readable, _, _ = select.select([sock, self._listener], [], [], left)
+            if sock in readable:
+                return
+            if self._listener in readable:
+                raise FrontEndClosed("a new front-end connected: the current one is taken as "
+                                     "gone (while waiting for %s)" % what)
+            if deadline is not None and time.monotonic() >= deadline:
+                raise Timeout("waited too long for %s" % what)
+
+    def serve_forever(self, cycle):
+        """Serves front-end after front-end with one simulation: for each
+        cycle, `cycle(changes)` queues the records (``self.add``) for the
+        control changes it is given. Returns when `cycle` returns False."""
+        while True:
+            self.wait_for_client()
+            try:
+                while True:
+                    changes = self.next_cycle()
+                    if cycle(changes) is False:
+                        return
+                    self.finish_cycle()
+            except FrontEndClosed:
+                continue  # the next front-end, or the same one back
 
     def _read_acks(self, count=None, timeout=_UNSET):
         """Reads `count` client acks (default: those still outstanding)."""

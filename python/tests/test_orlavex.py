@@ -5,6 +5,8 @@ import random
 import struct
 import subprocess
 import sys
+import socket
+import threading
 import traceback
 
 import pytest
@@ -232,3 +234,50 @@ def test_minimal_example_pair():
     finally:
         server.kill()
         server.wait()
+
+
+@pytest.mark.parametrize("pipelined", [True, False], ids=["pipelined", "lock-step"])
+@pytest.mark.parametrize("silent", [False, True], ids=["leaves", "silent"])
+def test_server_takes_a_front_end_back(pipelined, silent):
+    """After a front-end leaves, or (take-back) goes silent while a new one
+    connects, the next is served and the same simulation goes on."""
+    srv = SimulationServer(timeout=10, data_timeout=10, pipelined=pipelined, take_back=True)
+    calls = []
+
+    def cycle(changes):
+        calls.append(changes)
+        if len(calls) > 4:
+            return False
+        srv.add(records.readout(2, float(len(calls))))
+        return True
+
+    server = threading.Thread(target=srv.serve_forever, args=(cycle,), daemon=True)
+    server.start()
+
+    def run(sock, n):
+        chalks = []
+        for _ in range(n):
+            sock.recv(1)  # the server ack
+            sock.sendall(b"0#")
+            for k in range(2):  # the chalk string and the record, each acked
+                string = b""
+                while not string.endswith(b"#"):
+                    string += sock.recv(1)
+                sock.sendall(b"\0")
+                if k == 0:
+                    chalks.append(int(string[:-1]))
+        return chalks
+
+    first = socket.create_connection(("127.0.0.1", srv.port), timeout=10)
+    before = run(first, 2)
+    if not silent:
+        first.close()
+    second = socket.create_connection(("127.0.0.1", srv.port), timeout=10)
+    assert run(second, 2) == [before[-1] + 1, before[-1] + 2]
+    second.recv(1)
+    second.sendall(b"0#")  # a fifth cycle: the simulation ends
+    server.join(timeout=10)
+    assert not server.is_alive()
+    for sock in (first, second):
+        sock.close()
+    srv.close(check_acks=False)

@@ -39,6 +39,7 @@ bool SimulationServer::waitForClient(int msecs) {
         return false;
     delete m_client;
     m_client = m_server->nextPendingConnection();
+    m_replaced = false;
     m_rx.clear();
     m_ackDue = true;
     m_acksOutstanding = 0;
@@ -71,10 +72,25 @@ bool SimulationServer::write(const QByteArray& bytes) {
 bool SimulationServer::fill(int msecs) {
     if (!m_client)
         return false;
-    if (m_client->bytesAvailable() == 0 && !m_client->waitForReadyRead(msecs))
+    if (m_client->bytesAvailable() == 0 && !m_client->waitForReadyRead(msecs)) {
+        if (newcomerWaiting()) {
+            m_replaced = true;
+            m_client->abort();
+        }
         return false;
+    }
     m_rx.append(m_client->readAll());
     return true;
+}
+
+bool SimulationServer::newcomerWaiting() {
+    if (!m_takeBack || !m_server)
+        return false;
+    // No event loop here: looking for a connection means accepting it into
+    // the listener's queue, where waitForClient finds it.
+    if (!m_server->hasPendingConnections())
+        m_server->waitForNewConnection(0);
+    return m_server->hasPendingConnections();
 }
 
 bool SimulationServer::sendAck(const QByteArray& ack) { return write(ack); }
@@ -202,7 +218,9 @@ void SimulationServer::resetClient() {
 }
 
 bool SimulationServer::fail(const QString& why) {
-    m_error = why;
+    m_error = m_replaced
+                  ? QStringLiteral("a new front-end connected: the current one is taken as gone")
+                  : why;
     return false;
 }
 

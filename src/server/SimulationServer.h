@@ -59,7 +59,20 @@ public:
                 quint16 port = 0);
     quint16 port() const;
     /// Waits for the front-end to connect; true once one is connected.
+    /// Called again after a front-end has gone (a cycle call failed), it
+    /// takes the next one: the listener stays open, and everything of the
+    /// old connection (buffered bytes, outstanding acks, the cycle under
+    /// way) is dropped, so the new front-end starts as the first did, with
+    /// the server ack. The simulation itself is the caller's and goes on.
     bool waitForClient(int msecs = -1);
+    /// With take-back on, a front-end that connects while the server waits
+    /// for the current one replaces it: the wait ends as a lost link
+    /// (`errorString()` says so), and the caller's `waitForClient()` takes
+    /// the newcomer. A front-end that reconnects does so only after it lost
+    /// its link, so the old one, silent across a dropped network, is gone
+    /// even though no close reached the server. Off by default.
+    void setTakeBack(bool on) { m_takeBack = on; }
+    bool takeBack() const { return m_takeBack; }
     bool isConnected() const;
 
     /// Pipelined cycles (default true); see the class comment.
@@ -133,6 +146,9 @@ private:
     int m_acksOutstanding = 0;  ///< pipelined: client acks not read yet
     QByteArray m_cycleOut;      ///< this cycle's record strings
     QVector<QPair<int, int>> m_cycleRecords; ///< lock-step: (offset, length) of each
+    bool m_takeBack = false;
+    bool m_replaced = false; ///< the current front-end gave way to a newcomer
+    bool newcomerWaiting();
     QHash<int, int> m_registryCounts;        ///< num -> count; -1 for any count
     QHash<int, QString> m_registryKinds;
     QString m_error;

@@ -24,6 +24,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <future>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -530,6 +531,80 @@ private slots:
         // a float sent as double reaches a single-precision reader unchanged
         const QString f = QString::fromLatin1(fields[4]);
         QCOMPARE(SocketClass::toFloat(f.constData(), f.size()), 0.1f);
+    }
+
+    // A server takes the next front-end after one leaves, or, with take-back,
+    // after a newcomer shows that the silent one is gone, and the same
+    // simulation goes on: the chalk numbers continue across the clients.
+    void serverTakesFrontEndBack_data() {
+        QTest::addColumn<bool>("pipelined");
+        QTest::addColumn<bool>("silent"); // the first front-end stays, saying nothing
+        for (bool pipelined : {true, false})
+            for (bool silent : {false, true})
+                QTest::addRow("%s, %s", pipelined ? "pipelined" : "lock-step",
+                              silent ? "silent" : "leaves")
+                    << pipelined << silent;
+    }
+    void serverTakesFrontEndBack() {
+        QFETCH(bool, pipelined);
+        QFETCH(bool, silent);
+        std::promise<quint16> listening;
+        std::atomic<int> served{0};
+        QString whyFirstLeft;
+        std::thread server([&] {
+            SimulationServer s;
+            s.setPipelined(pipelined);
+            s.setTakeBack(true);
+            s.setTimeout(20000);
+            listening.set_value(s.listen() ? s.port() : 0);
+            int clients = 0;
+            for (int cycle = 1; clients < 2 && s.waitForClient(20000); ++clients) {
+                for (;; ++cycle) {
+                    QVector<SimulationServer::Entry> changes;
+                    if (!s.nextCycle(&changes))
+                        break;
+                    s.addRecord(1, {double(cycle)});
+                    if (!s.finishCycle(cycle))
+                        break;
+                    served = cycle;
+                }
+                if (clients == 0)
+                    whyFirstLeft = s.errorString();
+            }
+        });
+        const quint16 port = listening.get_future().get();
+        const auto cycles = [&](SocketClass& client, int count) {
+            QVector<int> chalks;
+            int none = 0;
+            QVector<int> indices;
+            QVector<double> values;
+            QString payload;
+            for (int k = 0; k < count; ++k) {
+                if (!client.sendData(&none, &indices, &values))
+                    break;
+                chalks.append(client.getChalk());
+                client.getNumValue(&payload);
+            }
+            return chalks;
+        };
+        SocketClass first, second;
+        for (SocketClass* c : {&first, &second}) {
+            c->setServerAddress("local");
+            c->setServerPort(port);
+        }
+        first.connectToServer();
+        QCOMPARE(cycles(first, 2), (QVector<int>{1, 2}));
+        if (!silent)
+            first.closeConnection();
+        second.connectToServer();
+        // The cycle the first one left open is served again to the second.
+        QCOMPARE(cycles(second, 2), (QVector<int>{3, 4}));
+        second.closeConnection();
+        first.closeConnection();
+        server.join();
+        if (silent)
+            QCOMPARE(whyFirstLeft,
+                     QStringLiteral("a new front-end connected: the current one is taken as gone"));
     }
 
     // The front-end describes what it reads; the server class refuses a
