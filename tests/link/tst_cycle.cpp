@@ -4,6 +4,7 @@
 #include <Orlavex/Orlavex.h>
 
 #include "CycleRun.h"
+#include "DelayRelay.h"
 #include "Fixtures.h"
 #include "StdoutCapture.h"
 #include "GuiTestMain.h"
@@ -30,6 +31,8 @@
 #include <unistd.h>
 
 extern char** environ;
+
+using Orlavex::DelayRelay;
 
 namespace {
 void addPending(CommThread& t, int index, double value) {
@@ -453,6 +456,66 @@ private slots:
                      .match(said.at(1))
                      .hasMatch(),
                  qPrintable(said.at(1)));
+    }
+
+    // The same across a network that drops, as a relay between the two
+    // plays it: after 3 cycles a close, a reset, or silence; 2 s with
+    // nothing listening; then the server (with take-back) serves the
+    // reconnected front-end and its simulation goes on.
+    void reconnectThroughRelay_data() {
+        QTest::addColumn<int>("fault");
+        QTest::newRow("close") << int(DelayRelay::Fault::Close);
+        QTest::newRow("reset") << int(DelayRelay::Fault::Reset);
+        QTest::newRow("silent") << int(DelayRelay::Fault::Silent);
+    }
+    void reconnectThroughRelay() {
+        QFETCH(int, fault);
+        std::atomic<bool> done{false};
+        std::atomic<int> served{0};
+        ServerThread server([&](SimulationServer& s) {
+            s.setTakeBack(true);
+            for (int cycle = 1, clients = 0; clients < 2; ++clients) {
+                if (clients > 0 && !s.waitForClient(30000))
+                    return;
+                QVector<SimulationServer::Entry> changes;
+                for (; s.nextCycle(&changes); ++cycle) {
+                    s.addRecord(1, {});
+                    if (!s.finishCycle(cycle))
+                        break;
+                    served = cycle;
+                }
+            }
+        });
+        auto relay = std::make_unique<DelayRelay>(server.port(), 0.0);
+        relay->setFault(DelayRelay::Fault(fault), 3);
+        QVERIFY(relay->start());
+        const quint16 port = relay->port();
+        CommThread thread;
+        connectTo(thread, port);
+        CommThread::ReconnectPolicy policy;
+        policy.enabled = true;
+        policy.firstDelay = 0.2;
+        policy.maxDelay = 0.5;
+        policy.silenceMs = 1000;
+        thread.setReconnect(policy);
+        Sphere sphere;
+        thread.setSendingObjI(1, &sphere);
+        SignalCounter updates(&thread, &CommThread::dataUpdated);
+        SignalCounter back(&thread, &CommThread::reconnected);
+        SignalCounter failures(&thread, &CommThread::connectionFailed);
+        thread.start();
+        QTRY_VERIFY_WITH_TIMEOUT(relay->hasFaulted(), 15000);
+        relay->stop(); // nothing listens during the outage
+        QTest::qWait(2000); // the outage itself is the scenario's time
+        relay = std::make_unique<DelayRelay>(server.port(), 0.0, port);
+        QVERIFY(relay->start());
+        QTRY_COMPARE_WITH_TIMEOUT(back.count(), 1, 15000);
+        const int before = served.load();
+        QTRY_VERIFY_WITH_TIMEOUT(served.load() >= before + 3, 15000);
+        thread.shutdown();
+        relay->stop();
+        QCOMPARE(failures.count(), 0);
+        QVERIFY(updates.count() >= 7); // start-up, 3 cycles, and those after
     }
 
     // Per-cycle statistics, and values that must not stick: a turn or a trail

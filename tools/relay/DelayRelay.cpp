@@ -192,7 +192,7 @@ void DelayRelay::stop() {
 
 bool DelayRelay::wait(int msecs) {
     std::unique_lock<std::mutex> guard(m_lock);
-    const auto done = [this] { return m_finished.load(); };
+    const auto done = [this] { return m_finished.load() || m_faulted.load(); };
     if (msecs < 0) {
         m_ended.wait(guard, done);
         return true;
@@ -296,11 +296,39 @@ void DelayRelay::run() {
             return finish(); // stop()
         for (Direction* d : both) {
             const pollfd& in = *d->from == frontEnd ? fds[1] : fds[2];
+            const size_t before = d->held.size();
             if (!d->ended && (in.revents & (POLLIN | POLLHUP | POLLERR)) && !d->read(m_delayNs)) {
                 fail("read");
                 setAbortiveClose(*d->to);
                 return finish();
             }
+            if (d == &up && m_fault != Fault::None && !m_faulted) {
+                // Data messages end with '#'; the front-end's acks are 0x00.
+                for (size_t k = before; k < d->held.size(); ++k)
+                    for (char c : d->held[k].bytes)
+                        m_cycles += c == '#';
+                if (m_cycles > m_faultAfter) {
+                    {
+                        std::lock_guard<std::mutex> guard(m_lock);
+                        m_faulted = true;
+                    }
+                    m_ended.notify_all();
+                    break;
+                }
+            }
+        }
+        if (m_faulted) {
+            // The network is gone: nothing held is delivered any more.
+            if (m_fault == Fault::Reset) {
+                setAbortiveClose(frontEnd);
+                setAbortiveClose(server);
+            } else if (m_fault == Fault::Silent) {
+                // Both stay open and nothing passes, until the relay is stopped.
+                pollfd wake{m_wakeFds[0], POLLIN, 0};
+                while (::poll(&wake, 1, -1) < 0 && errno == EINTR) {
+                }
+            }
+            return finish();
         }
     }
 }

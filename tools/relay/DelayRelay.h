@@ -52,6 +52,21 @@ public:
     /// What went wrong, if anything, in words.
     std::string errorString() const;
 
+    /// Faults a network may inflict: both sides see a close, both see a
+    /// reset, or nothing more passes either way while both stay open.
+    enum class Fault { None, Close, Reset, Silent };
+    /// Injects `fault` once the front-end has sent `afterCycles` data
+    /// messages and starts the next: the cycle after `afterCycles` is cut
+    /// short. Set before `start`.
+    void setFault(Fault fault, uint64_t afterCycles) {
+        m_fault = fault;
+        m_faultAfter = afterCycles;
+    }
+    /// True once the fault has been injected (`wait` returns then too).
+    bool hasFaulted() const { return m_faulted.load(); }
+    /// Data messages the front-end has sent so far.
+    uint64_t cycles() const { return m_cycles.load(); }
+
 private:
     void run();
     void fail(const std::string& why);
@@ -64,6 +79,10 @@ private:
     int m_wakeFds[2] = {-1, -1}; ///< a pipe: a byte in it asks the thread to end
     std::thread m_thread;
     std::atomic<bool> m_finished{false};
+    Fault m_fault = Fault::None;
+    uint64_t m_faultAfter = 0;
+    std::atomic<bool> m_faulted{false};
+    std::atomic<uint64_t> m_cycles{0};
     std::atomic<uint64_t> m_toServer{0}, m_toFrontEnd{0};
     mutable std::mutex m_lock; ///< guards m_error and the end-of-session wait
     std::condition_variable m_ended;
