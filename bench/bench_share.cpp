@@ -135,6 +135,7 @@ Run runLab(int cycles, double hz, NatsBroker* broker, const QString& labName, in
     lab.registerWith(*thread);
     thread->setServerAddress("local");
     thread->setServerPort(server.port());
+    thread->setCycleLimit(cycles); // ends by itself, not as a lost link
     if (broker)
         thread->setShare(broker->url(), labName, broker->credentials("publisher"));
     std::atomic<int> done{0};
@@ -294,5 +295,26 @@ int main(int argc, char** argv) {
     });
     std::printf("   join to first state: median %.1f ms, max %.1f ms\n", percentile(joins, 0.5),
                 percentile(joins, 1.0));
+
+    // What TLS costs: the same lab and viewers through a broker in plain
+    // text, then through the TLS one, one after the other.
+    NatsBroker plain(0, false);
+    if (!plain.ok()) {
+        std::fprintf(stderr, "bench_share: %s\n", qPrintable(plain.error()));
+        return 1;
+    }
+    const int rounds = 1000;
+    std::printf("4. TLS against plain text, unpaced, %d cycles, %d viewers, best of 2\n", rounds,
+                kViewers);
+    double rate[2] = {0, 0};
+    for (int pass = 0; pass < 2; ++pass)
+        for (int tls = 0; tls < 2; ++tls) {
+            NatsBroker& through = tls ? broker : plain;
+            const QString lab = QStringLiteral("bench4%1%2").arg(tls).arg(pass);
+            Class viewers(through, lab, kViewers);
+            rate[tls] = std::max(rate[tls], runLab(rounds, 0, &through, lab, 1, nothing).rate);
+        }
+    std::printf("   plain %.0f cycles/s, TLS %.0f cycles/s, ratio %.2f (target >= 0.95)\n", rate[0],
+                rate[1], rate[1] / rate[0]);
     return 0;
 }

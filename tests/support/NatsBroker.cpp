@@ -40,7 +40,7 @@ bool NatsBroker::installed() {
            !QStandardPaths::findExecutable("openssl").isEmpty();
 }
 
-NatsBroker::NatsBroker(int maxPayload) {
+NatsBroker::NatsBroker(int maxPayload, bool tls) : m_tls(tls) {
     if (!installed()) {
         m_error = QStringLiteral("nats-server or openssl is not installed");
         return;
@@ -127,7 +127,6 @@ bool NatsBroker::makeFiles(int maxPayload) {
     // The permissions a shared lab needs: the publisher publishes the lab's
     // subjects and answers sync requests, a viewer asks and listens.
     QString config = QStringLiteral(R"(
-tls { cert_file: "server.pem", key_file: "server.key", timeout: 5 }
 authorization {
   users = [
     { user: publisher, password: "%1",
@@ -143,6 +142,9 @@ authorization {
 }
 )")
                          .arg(password("publisher"), password("viewer"), password("admin"));
+    if (m_tls)
+        config += QStringLiteral(
+            "tls { cert_file: \"server.pem\", key_file: \"server.key\", timeout: 5 }\n");
     if (maxPayload > 0)
         config += QStringLiteral("max_payload: %1\n").arg(maxPayload);
     QFile file(m_dir.filePath("nats.conf"));
@@ -199,7 +201,7 @@ void NatsBroker::stop() {
 }
 
 QString NatsBroker::url() const {
-    return QStringLiteral("tls://localhost:%1").arg(m_port);
+    return QString(m_tls ? "tls://localhost:%1" : "nats://localhost:%1").arg(m_port);
 }
 
 Orlavex::ShareCredentials NatsBroker::credentials(const QString& role) const {
@@ -207,6 +209,7 @@ Orlavex::ShareCredentials NatsBroker::credentials(const QString& role) const {
     const QPair<QString, QString> login = m_logins.value(role, {role, password(role)});
     c.user = login.first;
     c.password = login.second;
-    c.caFile = m_caFile;
+    if (m_tls)
+        c.caFile = m_caFile;
     return c;
 }

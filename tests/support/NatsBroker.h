@@ -18,8 +18,9 @@
 class NatsBroker {
 public:
     /// A configuration of its own, with one login per role for every lab;
-    /// `maxPayload` bytes per message (0: the server's default).
-    explicit NatsBroker(int maxPayload = 0);
+    /// `maxPayload` bytes per message (0: the server's default). Without
+    /// `tls` it listens in plain text (nats://), to measure what TLS costs.
+    explicit NatsBroker(int maxPayload = 0, bool tls = true);
     /// The configuration that `script` (scripts/share-setup) writes for
     /// `lab`, with the logins it made.
     NatsBroker(const QString& script, const QString& lab);
@@ -33,7 +34,7 @@ public:
     bool ok() const { return m_port != 0 && m_process && m_process->state() == QProcess::Running; }
     QString error() const { return m_error; }
     quint16 port() const { return m_port; }
-    /// tls://localhost:port
+    /// tls://localhost:port (nats:// without TLS)
     QString url() const;
     /// The login of `role` (publisher, viewer, admin; any other name gets
     /// a login that does not exist) and the CA file that clients check with.
@@ -45,6 +46,7 @@ public:
 
 private:
     bool makeFiles(int maxPayload);
+    bool m_tls = true;
 
     QTemporaryDir m_dir;
     QStringList m_arguments; ///< of nats-server, but for the port
