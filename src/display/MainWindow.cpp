@@ -1,5 +1,6 @@
 #include "MainWindow.h"
 
+#include <Orlavex/common/LogStream.h>
 #include <Orlavex/common/SceneLock.h>
 #include <Orlavex/controls/Browser.h>
 #include <Orlavex/controls/Dialog.h>
@@ -7,7 +8,6 @@
 #include <Orlavex/display/PlottingPanelQwt.h>
 #include <Orlavex/display/TrailQwt.h>
 #include <Orlavex/link/CommThread.h>
-#include <Orlavex/common/LogStream.h>
 
 #include "detail/VideoWriter.h"
 
@@ -20,7 +20,6 @@
 #include <qwt_plot_item.h>
 #include <vtkRenderWindow.h>
 #include <vtkRenderer.h>
-
 
 namespace Orlavex {
 
@@ -62,12 +61,20 @@ MainWindow::~MainWindow() {
     }
 }
 
-void MainWindow::setLayoutPolicy(const char* policy) { replaceLayoutPolicy(policy, m_central); }
+void MainWindow::setLayoutPolicy(const char* policy) {
+    replaceLayoutPolicy(policy, m_central);
+}
 
 void MainWindow::setTimeStart(double ms) {
     timeStart = ms;
     // A pending single-shot timer restarts with the new interval.
     m_startTimer->setInterval(int(ms));
+}
+
+void MainWindow::setFrameSceneOnStart(bool frame) {
+    m_frameScene = frame;
+    if (m_link)
+        m_link->setSceneFramedOnStart(frame);
 }
 
 void MainWindow::adjustCameras() {
@@ -138,7 +145,9 @@ bool MainWindow::setVideoFile(const QString& path, int fps) {
     return false;
 }
 
-int MainWindow::videoFrames() const { return m_video ? m_video->frameCount() : 0; }
+int MainWindow::videoFrames() const {
+    return m_video ? m_video->frameCount() : 0;
+}
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     const QVector<Dialog*> dialogs = m_link ? m_link->dialogs : QVector<Dialog*>();
@@ -158,8 +167,12 @@ void MainWindow::closeWindow() {
     close();
 }
 
-void MainWindow::showCurve(QwtPlotItem* item, bool on) { item->setVisible(on); }
+void MainWindow::showCurve(QwtPlotItem* item, bool on) {
+    item->setVisible(on);
+}
 
-void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) { trail->insertXY(points); }
+void MainWindow::pointTrail(TrailQwt* trail, QVector<double>* points) {
+    trail->insertXY(points);
+}
 
 } // namespace Orlavex

@@ -71,7 +71,7 @@ public:
     /// whatever its size; with `false` only the clipping range is reset
     /// (vtkRenderer::ResetCameraClippingRange), which keeps a camera the client
     /// application set up itself.
-    void setFrameSceneOnStart(bool frame) { m_frameScene = frame; }
+    void setFrameSceneOnStart(bool frame);
 
     /// Render passes run so far, and the time they took in all (seconds):
     /// with the cycle count this splits a cycle into waiting for the server
@@ -113,7 +113,7 @@ private:
     qint64 m_renderNs = 0;
     QPointer<CommThread> m_link; // nulled when the client application deletes the thread
     std::unique_ptr<detail::VideoWriter> m_video;
-    qint64 m_videoCycle = 0; ///< the last cycle that has its frame
+    qint64 m_videoCycle = 0;   ///< the last cycle that has its frame
     QString m_titleBeforeLoss; ///< null while the link is up
 };
 

@@ -2,6 +2,7 @@
 
 #include "detail/RecordLayout.h"
 #include "detail/RenderRelay.h"
+#include "detail/SceneDescription.h"
 #include "detail/SessionRecorder.h"
 #include "detail/ShareCapture.h"
 #include "detail/SharePublisher.h"
@@ -54,7 +55,7 @@ void CommThread::shutdown() {
     // A wait on the server ends at its next slice; a connect not yet begun
     // gives up at once.
     socket->requestClose();
-    quit();                    // exec() returns at once if it has not begun yet
+    quit(); // exec() returns at once if it has not begun yet
     if (QThread::currentThread() == this)
         return; // asked from inside run(): the loop sees the flags and ends
     const bool guiThread = QThread::currentThread() == thread();
@@ -143,6 +144,10 @@ void CommThread::setVerbose(bool on) {
 }
 
 QByteArray CommThread::registryDescription() const {
+    return QJsonDocument(registryObject()).toJson(QJsonDocument::Indented);
+}
+
+QJsonObject CommThread::registryObject() const {
     QJsonArray records;
     for (auto it = sendingObjects.cbegin(); it != sendingObjects.cend(); ++it)
         records.append(detail::RecordLayout::describe(it.key(), it.value()));
@@ -159,7 +164,7 @@ QByteArray CommThread::registryDescription() const {
                            {"library", QStringLiteral(ORLAVEX_VERSION_TEXT)},
                            {"records", records},
                            {"controls", controls}};
-    return QJsonDocument(root).toJson(QJsonDocument::Indented);
+    return root;
 }
 
 QJsonObject CommThread::describeControl(InteractiveControlI* c) const {
@@ -212,9 +217,8 @@ QStringList CommThread::registryProblems() const {
 bool CommThread::writeRegistry(const QString& path) const {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        LogStream::toStandardError(QStringLiteral("cannot write %1: %2\n")
-                                       .arg(path, file.errorString())
-                                       .toLocal8Bit());
+        LogStream::toStandardError(
+            QStringLiteral("cannot write %1: %2\n").arg(path, file.errorString()).toLocal8Bit());
         return false;
     }
     const QByteArray text = registryDescription();
@@ -619,7 +623,12 @@ void CommThread::shareCycle(detail::RecordContext& context) {
     if (!m_shareCapture) {
         // Registration ended with start(): kinds and registry are final.
         m_shareCapture.reset(new detail::ShareCapture(sendingObjects));
-        m_share->start(registryDescription());
+        // Viewers that draw the lab themselves learn its canvases from the
+        // registry: read now, after the start-up pass set the cameras up.
+        QJsonObject registry = registryObject();
+        registry.insert("scene", detail::describeScene(canvases, renderers, drawables,
+                                                       sendingObjects, m_framedOnStart.load()));
+        m_share->start(QJsonDocument(registry).toJson(QJsonDocument::Indented));
     }
     m_shareCapture->capture(context.batch, context.stats.cycle, m_share->buffer());
     m_share->handOver();

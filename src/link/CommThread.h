@@ -144,10 +144,10 @@ public:
     /// How the link comes back after it was lost (see `setReconnect`).
     struct ReconnectPolicy {
         bool enabled = false;
-        double firstDelay = 0.25; ///< seconds before the first attempt
-        double factor = 2.0;      ///< each further wait is this much longer ...
-        double maxDelay = 2.0;    ///< ... up to this many seconds
-        int maxAttempts = 0;      ///< then connectionFailed(); 0 tries for ever
+        double firstDelay = 0.25;    ///< seconds before the first attempt
+        double factor = 2.0;         ///< each further wait is this much longer ...
+        double maxDelay = 2.0;       ///< ... up to this many seconds
+        int maxAttempts = 0;         ///< then connectionFailed(); 0 tries for ever
         int connectTimeoutMs = 2000; ///< one attempt's longest wait for the connect
         /// A server silent this long while the link waits for it is taken as
         /// gone (no close may ever arrive across a dropped network).
@@ -166,6 +166,12 @@ public:
     ReconnectPolicy reconnectPolicy() const { return m_reconnect; }
     /// The text shown while reconnecting.
     static QString reconnectingText(int attempt, double nextInSeconds);
+
+    /// Whether the main window frames each scene on start
+    /// (`MainWindow::setFrameSceneOnStart`, which calls this): a shared lab
+    /// tells viewers that draw it themselves to frame it too, rather than
+    /// keep the camera it had before the first cycle.
+    void setSceneFramedOnStart(bool framed) { m_framedOnStart = framed; }
 
     /// Cycles whose render pass has been asked for so far (start-up's excluded).
     qint64 cyclesHandedOver() const { return m_cyclesHandedOver.load(); }
@@ -270,6 +276,7 @@ private:
     void handOver(detail::RecordContext& context);
     void logLine(const QByteArray& text);
     QJsonObject describeControl(InteractiveControlI* c) const;
+    QJsonObject registryObject() const;
     bool reconnect(qint64 completedCycles);
     void coalescePending();
     ReconnectPolicy m_reconnect;
@@ -297,7 +304,8 @@ private:
     enum WaitKind : quint64 { WaitNone, WaitConnect, WaitAck, WaitChalk, WaitRecord };
     std::atomic<quint64> m_waiting{0};
     std::atomic<qint64> m_waitSinceNs{0};
-    void setWaiting(WaitKind kind, std::chrono::steady_clock::time_point since, int k = 0, int n = 0);
+    void setWaiting(WaitKind kind, std::chrono::steady_clock::time_point since, int k = 0,
+                    int n = 0);
 
     // The pending list. Appended on the GUI thread and handed to the socket
     // client on the link thread, always under m_pendingLock, which is never
@@ -320,6 +328,7 @@ private:
     void shareCycle(detail::RecordContext& context);
     std::unique_ptr<detail::SharePublisher> m_share;
     std::unique_ptr<detail::ShareCapture> m_shareCapture;
+    std::atomic<bool> m_framedOnStart{true};
 };
 
 } // namespace Orlavex

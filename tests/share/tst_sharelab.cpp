@@ -14,6 +14,7 @@
 #include "ThreeDSWriter.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -27,10 +28,14 @@
 #include <vtkMatrix4x4.h>
 
 #include <atomic>
+#include <climits>
 #include <cmath>
+#include <condition_variable>
 #include <cstring>
 #include <future>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 using Kind = ShareState::Kind;
 
@@ -145,6 +150,9 @@ struct Lab {
                       reached = true;
                       released.wait_for(std::chrono::seconds(60));
                   }
+                  std::unique_lock<std::mutex> hold(stepLock);
+                  stepped.wait_for(hold, std::chrono::seconds(60),
+                                   [&] { return c < allowed || isReleased; });
                   return objects.records(c);
               },
               cycles) {
@@ -165,6 +173,16 @@ struct Lab {
     void release() {
         if (!isReleased.exchange(true))
             release_.set_value();
+        step(INT_MAX);
+    }
+    /// Lets the server serve its cycles before `cycles` (counted from 0):
+    /// the controller completes cycle `cycles` (counted from 1), then waits.
+    void step(int cycles) {
+        {
+            std::lock_guard<std::mutex> guard(stepLock);
+            allowed = cycles;
+        }
+        stepped.notify_all();
     }
 
     Objects objects;
@@ -173,6 +191,9 @@ struct Lab {
     std::atomic<bool> isReleased{false};
     std::promise<void> release_;
     std::shared_future<void> released;
+    std::mutex stepLock;
+    std::condition_variable stepped;
+    int allowed = INT_MAX;
     std::atomic<qint64> published{0};
     std::atomic<qint64> dropped{0};
     CycleServer server;
@@ -185,6 +206,20 @@ bool sameState(const ShareViewer& viewer, const CommThread& thread, QString* why
     const ShareState got = viewer.state();
     *why = got.difference(expected);
     return expected.sequence != 0 && why->isEmpty();
+}
+
+/// Waits for `done` without the 50 ms steps of QTRY_*, for checks made at
+/// every cycle.
+template <class F> bool until(F done, int ms = kWait) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > ms)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
 }
 
 /// Publishes `bytes` on `subject` as the broker's admin, as a mistaken or
@@ -237,7 +272,23 @@ private slots:
         QString error;
         QVERIFY2(early.join(broker->url(), "everykind", broker->credentials("viewer"), &error),
                  qPrintable(error));
+        // A canvas with its own camera, a registered sphere and a stand no
+        // record moves: the registry tells viewers where each is drawn.
+        Canvas canvas;
+        Cube stand;
+        stand.setXLength(2);
+        stand.setPosition(0, -1, 0);
+        stand.setColor(0.5, 0.4, 0.3);
         Lab lab(*broker, "everykind", cycles, gate);
+        lab.objects.sphere.setThetaResolution(12);
+        for (DrawableI* d : std::initializer_list<DrawableI*>{&lab.objects.sphere, &stand}) {
+            d->setRenderer(canvas.renderer);
+            lab.thread.setDrawables(d);
+        }
+        lab.thread.setRenderer(canvas.renderer);
+        lab.thread.setCanvas(&canvas);
+        lab.thread.setSceneFramedOnStart(false);
+        canvas.SetCamera(1, 2, 3, 0, 0, 0, 0, 1, 0, 40);
         lab.thread.start();
         QTRY_VERIFY_WITH_TIMEOUT(lab.reached, kWait);
 
@@ -253,8 +304,22 @@ private slots:
         QTRY_VERIFY2_WITH_TIMEOUT(sameState(late, lab.thread, &why), qPrintable(why), kWait);
         QVERIFY(late.stats().joinMs >= 0);
         QVERIFY(!late.registry().isEmpty());
-        QCOMPARE(QJsonDocument::fromJson(late.registry()).object().value("format").toString(),
-                 QStringLiteral("orlavex-registry"));
+        const QJsonObject registry = QJsonDocument::fromJson(late.registry()).object();
+        QCOMPARE(registry.value("format").toString(), QStringLiteral("orlavex-registry"));
+        const QJsonObject scene = registry.value("scene").toObject();
+        const QJsonObject drawn = scene.value("canvases").toArray().first().toObject();
+        QCOMPARE(drawn.value("camera").toObject().value("position").toArray(),
+                 (QJsonArray{1, 2, 3}));
+        QCOMPARE(drawn.value("camera").toObject().value("viewAngle").toDouble(), 40.0);
+        QCOMPARE(drawn.value("frame").toBool(), false);
+        QCOMPARE(drawn.value("objects").toArray(), QJsonArray{1});
+        QCOMPARE(drawn.value("options").toObject().value("1").toObject().value("thetaResolution"),
+                 QJsonValue(12));
+        const QJsonArray fixed = drawn.value("static").toArray();
+        QCOMPARE(fixed.size(), 1);
+        QCOMPARE(fixed.first().toObject().value("kind").toString(), QStringLiteral("Cube"));
+        QCOMPARE(fixed.first().toObject().value("geometry").toArray(), (QJsonArray{2, 1, 1}));
+        QCOMPARE(fixed.first().toObject().value("transform").toArray().at(7).toDouble(), -1.0);
 
         lab.release();
         // The server ends after its cycles; the link says so.
@@ -301,6 +366,40 @@ private slots:
         }
         QCOMPARE(int(s.find(14)->trailX.size()), 10);               // the limit
         QCOMPARE(s.find(14)->trailFirst, quint64(cycles / 2 - 10)); // every other point kept
+    }
+
+    /// The server serves one cycle at a time: at every one of 300 cycles a
+    /// viewer there from the start, and from cycle 150 one that joined
+    /// then, hold exactly what the controller captured.
+    void everyCycleBitForBit() {
+        const int cycles = 300, joinAt = 150;
+        ShareViewer early;
+        QString error;
+        QVERIFY2(early.join(broker->url(), "stepped", broker->credentials("viewer"), &error),
+                 qPrintable(error));
+        Lab lab(*broker, "stepped", cycles, -1);
+        lab.step(1);
+        lab.thread.start();
+        ShareViewer late;
+        QString why;
+        const auto same = [&](const ShareViewer& v) {
+            return until([&] { return sameState(v, lab.thread, &why); });
+        };
+        for (int k = 1; k <= cycles; ++k) {
+            QVERIFY2(until([&] { return lab.thread.sharedState().cycle == k; }),
+                     qPrintable(QStringLiteral("cycle %1 never published").arg(k)));
+            if (k == joinAt)
+                QVERIFY2(late.join(broker->url(), "stepped", broker->credentials("viewer"), &error),
+                         qPrintable(error));
+            QVERIFY2(same(early), qPrintable(QStringLiteral("cycle %1: %2").arg(k).arg(why)));
+            if (k >= joinAt)
+                QVERIFY2(same(late),
+                         qPrintable(QStringLiteral("cycle %1, late: %2").arg(k).arg(why)));
+            lab.step(k + 1);
+        }
+        QCOMPARE(early.stats().gaps + early.stats().bad + late.stats().gaps + late.stats().bad,
+                 qint64(0));
+        lab.thread.shutdown();
     }
 
     void brokerComesBack() {

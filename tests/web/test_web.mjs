@@ -260,6 +260,14 @@ async function main() {
   assert.deepEqual(b.summary, a.summary, 'a page opened later shows the same');
   assert.deepEqual(b.state, a.state, 'a page opened later holds the same state');
 
+  // The canvases start from the controller's cameras and show its fixed
+  // objects (the stand and the rail): the page's own description has neither.
+  const [pendulum, plate] = a.summary.canvases;
+  const near = (got, want, what) => assert.ok(got && want.every((v, i) => Math.abs(got[i] - v) < 1e-3), `${what}: ${got} vs ${want}`);
+  near(pendulum.camera && pendulum.camera.position, [1.16, 0.06, 5.45], "the pendulum's camera position");
+  near(plate.camera && plate.camera.viewUp, [0, 0.866, 0.5], "the plate's view-up");
+  assert.equal(pendulum.static, 6, 'the stand and the rail come from the controller');
+
   stop(watch);
   await watch.exited;
   const controller = lastPrintedState(watch.output());

@@ -10,6 +10,7 @@ import { Follower } from './follower.js';
 import { Kind, isValidLab, subject } from './frame.js';
 import { CanvasView, isPlaced } from './scene.js';
 import { PlotView } from './plots.js';
+import { mergeLayout } from './layout.js';
 
 const NOT_STARTED_AFTER_MS = 4000;
 
@@ -322,16 +323,19 @@ class Session {
     if (this.lab || this.layoutPending) return this.layoutPending;
     this.layoutPending = (async () => {
       const reg = this.follower.registry;
-      let layout = reg && reg.scene ? reg.scene : null;
-      if (!layout) layout = await fetchDescription(this.login.scene || this.login.lab);
+      const own = reg && reg.scene && Array.isArray(reg.scene.canvases) ? reg.scene : null;
+      let layout = await fetchDescription(this.login.scene || this.login.lab);
       if (!layout) {
-        // Without a description the state decides, once it has come.
+        // Without a description the state decides the plots and read-outs,
+        // once it has come; the controller's scene, the canvases.
         if (this.follower.state.sequence === 0n) {
           this.layoutPending = null;
           return;
         }
         layout = layoutFromState(this.follower.state, this.login.lab);
+        if (own) layout.canvases = [];
       }
+      if (own) layout = mergeLayout(layout, own);
       try {
         this.lab = new Lab($('lab'), layout);
       } catch (e) {

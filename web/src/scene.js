@@ -593,9 +593,13 @@ export class CanvasView {
     }
   }
 
-  /** The lab's own camera when the description gives one, else everything in view. */
+  /**
+   * The lab's own camera when the description gives one, else everything in
+   * view; everything in view too when the controller frames its scenes on
+   * start (`frame`), as the desktop window then does.
+   */
   resetCamera() {
-    const c = this.description.camera;
+    const c = this.description.frame ? null : this.description.camera;
     const camera = this.renderer.getActiveCamera();
     if (c) {
       camera.setPosition(...c.position);
@@ -633,7 +637,7 @@ export class CanvasView {
       const m = view.grid ? view.grid.cells.actor.getUserMatrix() : view.actors[0]?.getUserMatrix();
       objects.push({ num, kind: KIND_NAMES[view.kind], actors: view.actors.length, position: m ? [m[12], m[13], m[14]] : null });
     }
-    return { id: this.description.id, objects, static: (this.description.static || []).length, renders: this.renders };
+    return { id: this.description.id, objects, static: (this.description.static || []).length, camera: this.description.frame ? null : this.description.camera || null, renders: this.renders };
   }
 }
 

@@ -242,3 +242,29 @@ test('the follower asks for a keyframe after a bad frame and goes on', () => {
   f.message('registry', new TextEncoder().encode('{"format":"orlavex-registry"}'));
   assert.equal(f.registry.format, 'orlavex-registry');
 });
+
+// --- the layout: the controller's scene completed by the page's description ------
+
+test('the controller decides cameras, objects and shapes; the description adds the rest', async () => {
+  const { mergeLayout } = await import('../src/layout.js');
+  const own = {
+    canvases: [
+      { id: 'canvas-1', frame: false, camera: { position: [1, 2, 3], focalPoint: [0, 0, 0], viewUp: [0, 1, 0], viewAngle: 30 },
+        objects: [1], options: { 1: { resolution: 16 } }, static: [{ kind: 'Cube' }] },
+      { id: 'canvas-2', frame: true, objects: [7], options: { 7: { ambient: 0 } }, static: [] },
+    ],
+  };
+  const description = {
+    title: 'Lab', plots: [{ id: 'p' }],
+    canvases: [{ id: 'pendulum', title: 'Pendulum', camera: { position: [9, 9, 9] }, options: { 1: { resolution: 4, extra: 1 } } }],
+  };
+  const l = mergeLayout(description, own);
+  assert.equal(l.title, 'Lab');
+  assert.deepEqual(l.plots, [{ id: 'p' }]);
+  assert.deepEqual([l.canvases[0].id, l.canvases[0].title], ['pendulum', 'Pendulum']);
+  assert.deepEqual(l.canvases[0].camera.position, [1, 2, 3]);
+  assert.deepEqual(l.canvases[0].options[1], { resolution: 16, extra: 1 });
+  assert.deepEqual(l.canvases[0].static, [{ kind: 'Cube' }]);
+  // A canvas the description does not know keeps the controller's name.
+  assert.deepEqual([l.canvases[1].id, l.canvases[1].title, l.canvases[1].frame], ['canvas-2', 'canvas-2', true]);
+});

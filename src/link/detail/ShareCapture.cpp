@@ -158,17 +158,32 @@ const KindCapture kCaptures[] = {
     {"DisplayDouble", Kind::ReadOut, nullptr},
 };
 
+const KindCapture* kindOf(int num, SendClass* object) {
+    const QJsonObject layout = RecordLayout::describe(num, object);
+    if (layout.value("ignored").toBool())
+        return nullptr;
+    const QString name = layout.value("kind").toString();
+    const auto kind = std::find_if(std::begin(kCaptures), std::end(kCaptures),
+                                   [&](const KindCapture& k) { return name == k.name; });
+    return kind == std::end(kCaptures) ? nullptr : kind;
+}
+
 } // namespace
+
+bool ShareCapture::captureObject(SendClass* object, ShareState::Object& out) {
+    const KindCapture* kind = kindOf(0, object);
+    if (!kind || !kind->capture)
+        return false;
+    out.kind = kind->kind;
+    out.sections = 0;
+    kind->capture(object, out);
+    return true;
+}
 
 ShareCapture::ShareCapture(const QMap<int, SendClass*>& objects) {
     for (auto it = objects.cbegin(); it != objects.cend(); ++it) {
-        const QJsonObject layout = RecordLayout::describe(it.key(), it.value());
-        if (layout.value("ignored").toBool())
-            continue;
-        const QString name = layout.value("kind").toString();
-        const auto kind = std::find_if(std::begin(kCaptures), std::end(kCaptures),
-                                       [&](const KindCapture& k) { return name == k.name; });
-        if (kind == std::end(kCaptures))
+        const KindCapture* kind = kindOf(it.key(), it.value());
+        if (!kind)
             continue;
         m_entries.push_back({it.key(), it.value(), kind->kind, kind->capture});
         if (kind->kind == Kind::Trail && !m_trails.contains(it.value())) {

@@ -40,6 +40,11 @@ public:
     /// whose hand-over is `batch`. Takes `SceneLock` while it reads the scene.
     void capture(const HandOver& batch, qint64 cycle, ShareState& out);
 
+    /// Reads one scene object's state as its kind's capture does, whether it
+    /// is registered or not; false for what has no placed state (trails,
+    /// controls, kinds whose records are ignored). The caller holds `SceneLock`.
+    static bool captureObject(SendClass* object, ShareState::Object& out);
+
 private:
     using Capture = void (*)(SendClass*, ShareState::Object&);
     struct Entry {
