@@ -26,3 +26,14 @@ orlavex_find_dependency(PkgConfig)
 if(NOT TARGET PkgConfig::QWT)
   pkg_check_modules(QWT REQUIRED IMPORTED_TARGET GLOBAL Qt5Qwt6)
 endif()
+
+# The name a shared library is loaded by at run time (its SONAME): the
+# development link libx.so points at it (libx.so.3.4), and it at the file.
+function(orlavex_soname out library)
+  get_filename_component(name ${library} NAME)
+  if(IS_SYMLINK ${library})
+    file(READ_SYMLINK ${library} target)
+    get_filename_component(name ${target} NAME)
+  endif()
+  set(${out} ${name} PARENT_SCOPE)
+endfunction()

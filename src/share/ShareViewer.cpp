@@ -278,14 +278,14 @@ bool ShareViewer::join(const QString& url, const QString& lab, const ShareCreden
         return false;
     }
     natsInbox* box = nullptr;
-    if (natsInbox_Create(&box) != NATS_OK) {
+    if (ORLAVEX_NATS(natsInbox_Create)(&box) != NATS_OK) {
         if (error)
             *error =
                 QStringLiteral("no inbox: %1").arg(detail::NatsConnection::lastError(NATS_ERR));
         return false;
     }
     const QByteArray inbox(box);
-    natsInbox_Destroy(box);
+    ORLAVEX_NATS(natsInbox_Destroy)(box);
     {
         std::lock_guard<std::mutex> guard(d->lock);
         d->state.clear();
@@ -308,13 +308,13 @@ bool ShareViewer::join(const QString& url, const QString& lab, const ShareCreden
     Private* p = d.get();
     auto frames = [p](Private::Source s) {
         return [p, s](natsMsg* m) {
-            if (natsMsg_IsNoResponders(m)) {
+            if (ORLAVEX_NATS(natsMsg_IsNoResponders)(m)) {
                 // Nobody publishes the lab yet: its first frame is a keyframe.
                 std::lock_guard<std::mutex> guard(p->lock);
                 p->syncOutstanding = false;
                 return;
             }
-            p->message(s, natsMsg_GetData(m), natsMsg_GetDataLength(m));
+            p->message(s, ORLAVEX_NATS(natsMsg_GetData)(m), ORLAVEX_NATS(natsMsg_GetDataLength)(m));
         };
     };
     const struct {
@@ -327,7 +327,8 @@ bool ShareViewer::join(const QString& url, const QString& lab, const ShareCreden
         {ShareFrame::subject(lab, "registry"), frames(Private::RegistrySubject)},
         {ShareFrame::subject(lab, "status"),
          [p](natsMsg* m) {
-             p->statusLine(QByteArray(natsMsg_GetData(m), natsMsg_GetDataLength(m)));
+             p->statusLine(QByteArray(ORLAVEX_NATS(natsMsg_GetData)(m),
+                                      ORLAVEX_NATS(natsMsg_GetDataLength)(m)));
          }},
     };
     for (const auto& w : wanted) {

@@ -7,6 +7,7 @@
 #include "StdoutCapture.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -99,10 +100,10 @@ private slots:
                                         .value("controls")
                                         .toArray();
         QCOMPARE(controls.size(), 2);
-        QCOMPARE(controls.at(1).toObject(), (QJsonObject{{"index", 4},
-                                                          {"kind", "RadioButton"},
-                                                          {"name", "Euler"},
-                                                          {"group", "method"}}));
+        QCOMPARE(
+            controls.at(1).toObject(),
+            (QJsonObject{
+                {"index", 4}, {"kind", "RadioButton"}, {"name", "Euler"}, {"group", "method"}}));
         SimulationServer server;
         QVERIFY(server.loadRegistry(path));
 
@@ -195,6 +196,29 @@ private slots:
         // Far below the servers' 30 s: a shutdown that waited on the link
         // would show, while a loaded machine still has ample time.
         QVERIFY2(timer.elapsed() < 10000, "shutdown must not wait on the link");
+    }
+
+    // The NATS client is mapped only once a lab is shared: a front-end that
+    // shares nothing never loads it (nor the TLS libraries behind it).
+    void natsClientLoadedOnlyWhenShared() {
+        const auto mapped = [] {
+            QFile maps("/proc/self/maps");
+            return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("libnats");
+        };
+        for (bool shared : {false, true}) {
+            CycleServer server([](int) { return QVector<QByteArray>{"1,#"}; }, 3, 30000);
+            Sphere sphere;
+            CommThread thread;
+            thread.setServerAddress("local");
+            thread.setServerPort(server.port());
+            thread.setSendingObjI(1, &sphere);
+            if (shared) // a broker that is not there: the lab runs on regardless
+                thread.setShare("nats://127.0.0.1:9", "nowhere", ShareCredentials());
+            thread.start();
+            QTRY_COMPARE(server.cycles(), 3);
+            thread.shutdown();
+            QTRY_COMPARE(mapped(), shared);
+        }
     }
 };
 

@@ -106,9 +106,10 @@ void SharePublisher::run() {
     if (usable && !syncs.subscribe(
                       nats.handle(), ShareFrame::subject(m_lab, "sync"),
                       [this](natsMsg* m) {
-                          const char* reply = natsMsg_GetReply(m);
+                          const char* reply = ORLAVEX_NATS(natsMsg_GetReply)(m);
                           takeSync(QByteArray(reply ? reply : ""),
-                                   QByteArray(natsMsg_GetData(m), natsMsg_GetDataLength(m)));
+                                   QByteArray(ORLAVEX_NATS(natsMsg_GetData)(m),
+                                              ORLAVEX_NATS(natsMsg_GetDataLength)(m)));
                       },
                       &error))
         LogStream::toStandardError(QStringLiteral("lab %1 answers no keyframe requests: %2\n")

@@ -5,7 +5,7 @@
 #include <QByteArray>
 #include <QString>
 
-#include <nats/nats.h>
+#include "NatsLibrary.h"
 
 namespace Orlavex {
 namespace detail {

@@ -8,20 +8,20 @@ namespace detail {
 NatsSubscription::~NatsSubscription() {
     if (!m_subscription)
         return;
-    natsSubscription_Unsubscribe(m_subscription);
+    ORLAVEX_NATS(natsSubscription_Unsubscribe)(m_subscription);
     if (m_completionSet) {
         // The handler is ours and never waits, so its last call ends soon.
         std::unique_lock<std::mutex> guard(m_lock);
         m_completed.wait(guard, [this] { return m_complete; });
     }
-    natsSubscription_Destroy(m_subscription);
+    ORLAVEX_NATS(natsSubscription_Destroy)(m_subscription);
 }
 
 bool NatsSubscription::subscribe(natsConnection* connection, const QByteArray& subject,
                                  Handler handler, QString* error) {
     m_handler = std::move(handler);
-    const natsStatus s =
-        natsConnection_Subscribe(&m_subscription, connection, subject.constData(), onMessage, this);
+    const natsStatus s = ORLAVEX_NATS(natsConnection_Subscribe)(
+        &m_subscription, connection, subject.constData(), onMessage, this);
     if (s != NATS_OK) {
         m_subscription = nullptr;
         if (error)
@@ -31,14 +31,15 @@ bool NatsSubscription::subscribe(natsConnection* connection, const QByteArray& s
     }
     // Refused only for a subscription already closed, whose handler has
     // then already returned for good.
-    m_completionSet = natsSubscription_SetOnCompleteCB(m_subscription, onComplete, this) == NATS_OK;
+    m_completionSet =
+        ORLAVEX_NATS(natsSubscription_SetOnCompleteCB)(m_subscription, onComplete, this) == NATS_OK;
     return true;
 }
 
 void NatsSubscription::onMessage(natsConnection*, natsSubscription*, natsMsg* message,
                                  void* closure) {
     static_cast<NatsSubscription*>(closure)->m_handler(message);
-    natsMsg_Destroy(message);
+    ORLAVEX_NATS(natsMsg_Destroy)(message);
 }
 
 void NatsSubscription::onComplete(void* closure) {

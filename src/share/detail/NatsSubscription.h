@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
-#include <nats/nats.h>
+#include "NatsLibrary.h"
 
 #include <condition_variable>
 #include <functional>
