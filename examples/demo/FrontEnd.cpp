@@ -85,6 +85,9 @@ FrontEnd::FrontEnd(MainWindow& window, const QString& instructions)
 
     m_pendulumView = new CanvasButtons;
     m_plateView = new Canvas;
+    // Their names title them where the lab is shared (a browser's page).
+    m_pendulumView->canvas->setObjectName("Pendulum");
+    m_plateView->setObjectName("Heated plate");
     window.addWidget(m_pendulumView, 0, 0);
     window.addWidget(m_plateView, 0, 1);
     if (!instructions.isEmpty()) { // a web view needs OpenGL: none when only describing

@@ -52,6 +52,14 @@ void DisplayDouble::setSufix(const char* suffix) {
     shared->suffix = QString::fromUtf8(suffix);
 }
 
+QString DisplayDouble::prefix() const {
+    return shared->prefix;
+}
+
+QString DisplayDouble::suffix() const {
+    return shared->suffix;
+}
+
 void DisplayDouble::setValue(double value) {
     Shared& s = *shared;
     s.text.setNum(value, format, qMin(precision, maxPrecision));

@@ -2,6 +2,8 @@
 
 #include <Orlavex/controls/InteractiveControlI.h>
 
+#include <QString>
+
 #include <memory>
 
 class QLabel;
@@ -40,6 +42,13 @@ public:
     void setSufix(const char* suffix);
     /// Shows prefix, number and suffix, run together.
     void setValue(double value);
+
+    /// What `setPrefix`, `setSufix` and `setFormat` last set, for viewers
+    /// that show the value themselves.
+    QString prefix() const;
+    QString suffix() const;
+    char getFormat() const { return format; }
+    int getPrecision() const { return precision; }
 
 private:
     struct Shared;

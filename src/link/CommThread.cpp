@@ -626,8 +626,7 @@ void CommThread::shareCycle(detail::RecordContext& context) {
         // Viewers that draw the lab themselves learn its canvases from the
         // registry: read now, after the start-up pass set the cameras up.
         QJsonObject registry = registryObject();
-        registry.insert("scene", detail::describeScene(canvases, renderers, drawables,
-                                                       sendingObjects, m_framedOnStart.load()));
+        registry.insert("scene", detail::describeScene(*this, m_framedOnStart.load()));
         m_share->start(QJsonDocument(registry).toJson(QJsonDocument::Indented));
     }
     m_shareCapture->capture(context.batch, context.stats.cycle, m_share->buffer());

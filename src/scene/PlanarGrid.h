@@ -91,6 +91,8 @@ public:
     /// Where a glyph sits within its cell, as fractions of the spacing;
     /// takes effect at the next rebuild of the glyph positions.
     void setCellPoints(float fx, float fy, float fz);
+    /// The fractions last given to `setCellPoints` (0.5 each at first).
+    const float* getCellPoints() const { return cellPoints; }
     /// Stores the origin only: the next `setLengthx`/`y`/`z` or
     /// `setDimensions` moves the lines (and glyphs) it rebuilds.
     void setx0y0z0(float x0, float y0, float z0);

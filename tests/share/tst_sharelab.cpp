@@ -17,6 +17,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMainWindow>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTcpServer>
@@ -272,23 +273,7 @@ private slots:
         QString error;
         QVERIFY2(early.join(broker->url(), "everykind", broker->credentials("viewer"), &error),
                  qPrintable(error));
-        // A canvas with its own camera, a registered sphere and a stand no
-        // record moves: the registry tells viewers where each is drawn.
-        Canvas canvas;
-        Cube stand;
-        stand.setXLength(2);
-        stand.setPosition(0, -1, 0);
-        stand.setColor(0.5, 0.4, 0.3);
         Lab lab(*broker, "everykind", cycles, gate);
-        lab.objects.sphere.setThetaResolution(12);
-        for (DrawableI* d : std::initializer_list<DrawableI*>{&lab.objects.sphere, &stand}) {
-            d->setRenderer(canvas.renderer);
-            lab.thread.setDrawables(d);
-        }
-        lab.thread.setRenderer(canvas.renderer);
-        lab.thread.setCanvas(&canvas);
-        lab.thread.setSceneFramedOnStart(false);
-        canvas.SetCamera(1, 2, 3, 0, 0, 0, 0, 1, 0, 40);
         lab.thread.start();
         QTRY_VERIFY_WITH_TIMEOUT(lab.reached, kWait);
 
@@ -304,22 +289,8 @@ private slots:
         QTRY_VERIFY2_WITH_TIMEOUT(sameState(late, lab.thread, &why), qPrintable(why), kWait);
         QVERIFY(late.stats().joinMs >= 0);
         QVERIFY(!late.registry().isEmpty());
-        const QJsonObject registry = QJsonDocument::fromJson(late.registry()).object();
-        QCOMPARE(registry.value("format").toString(), QStringLiteral("orlavex-registry"));
-        const QJsonObject scene = registry.value("scene").toObject();
-        const QJsonObject drawn = scene.value("canvases").toArray().first().toObject();
-        QCOMPARE(drawn.value("camera").toObject().value("position").toArray(),
-                 (QJsonArray{1, 2, 3}));
-        QCOMPARE(drawn.value("camera").toObject().value("viewAngle").toDouble(), 40.0);
-        QCOMPARE(drawn.value("frame").toBool(), false);
-        QCOMPARE(drawn.value("objects").toArray(), QJsonArray{1});
-        QCOMPARE(drawn.value("options").toObject().value("1").toObject().value("thetaResolution"),
-                 QJsonValue(12));
-        const QJsonArray fixed = drawn.value("static").toArray();
-        QCOMPARE(fixed.size(), 1);
-        QCOMPARE(fixed.first().toObject().value("kind").toString(), QStringLiteral("Cube"));
-        QCOMPARE(fixed.first().toObject().value("geometry").toArray(), (QJsonArray{2, 1, 1}));
-        QCOMPARE(fixed.first().toObject().value("transform").toArray().at(7).toDouble(), -1.0);
+        QCOMPARE(QJsonDocument::fromJson(late.registry()).object().value("format").toString(),
+                 QStringLiteral("orlavex-registry"));
 
         lab.release();
         // The server ends after its cycles; the link says so.
@@ -366,6 +337,95 @@ private slots:
         }
         QCOMPARE(int(s.find(14)->trailX.size()), 10);               // the limit
         QCOMPARE(s.find(14)->trailFirst, quint64(cycles / 2 - 10)); // every other point kept
+    }
+
+    /// The registry carries what a viewer needs to draw the lab as the
+    /// window does: cameras, which objects each canvas shows and how they
+    /// are shaped, the fixed objects, legends, plots and read-outs.
+    void sceneDescribesTheLab() {
+        QMainWindow window;
+        window.setWindowTitle("The bench");
+        auto* canvas = new Canvas;
+        canvas->setObjectName("Bench");
+        window.setCentralWidget(canvas);
+        Cube stand;
+        stand.setXLength(2);
+        stand.setPosition(0, -1, 0);
+        const float ends[6] = {0, 0, 0, 1, 2, 3};
+        Line rule(2, ends);
+        ScalarBar legend;
+        legend.setLut(0.667f, 0.0f, 10, 90, 1, 1);
+        legend.setScalarBar("T", 0.1f, 0.02f, 0.8f, 0.14f, 5, 32, "%.1f", 1);
+        PlottingPanelQwt plot;
+        plot.setTitle("Motion");
+        Lab lab(*broker, "described", 4, 2);
+        lab.objects.sphere.setThetaResolution(12);
+        lab.objects.appending.attachToPlot(&plot);
+        lab.objects.readOut.setPrefix("v = ");
+        lab.objects.readOut.setFormat('f', 3);
+        for (DrawableI* d : std::initializer_list<DrawableI*>{
+                 &lab.objects.sphere, &lab.objects.model, &stand, &rule, &legend}) {
+            d->setRenderer(canvas->renderer);
+            lab.thread.setDrawables(d);
+        }
+        lab.thread.setRenderer(canvas->renderer);
+        lab.thread.setCanvas(canvas);
+        lab.thread.setPlot(&plot);
+        lab.thread.setSceneFramedOnStart(false);
+        canvas->SetCamera(1, 2, 3, 0, 0, 0, 0, 1, 0, 40);
+        lab.thread.start();
+        QTRY_VERIFY_WITH_TIMEOUT(lab.reached, kWait);
+        ShareViewer viewer;
+        QString error;
+        QVERIFY2(viewer.join(broker->url(), "described", broker->credentials("viewer"), &error),
+                 qPrintable(error));
+        QTRY_VERIFY_WITH_TIMEOUT(!viewer.registry().isEmpty(), kWait);
+        const QJsonObject scene =
+            QJsonDocument::fromJson(viewer.registry()).object().value("scene").toObject();
+        lab.release();
+        lab.thread.shutdown();
+
+        const auto at = [](const QJsonValue& v, const QString& path) {
+            QJsonValue out = v;
+            for (const QString& step : path.split('/'))
+                out = out.isArray() ? out.toArray().at(step.toInt()) : out.toObject().value(step);
+            return out;
+        };
+        const struct {
+            const char* path;
+            QJsonValue expected;
+        } rows[] = {
+            {"title", "The bench"},
+            {"canvases/0/id", "Bench"},
+            {"canvases/0/camera/position", QJsonArray{1, 2, 3}},
+            {"canvases/0/camera/viewAngle", 40},
+            {"canvases/0/frame", false},
+            {"canvases/0/objects", QJsonArray{1, 11}},
+            {"canvases/0/options/1/thetaResolution", 12},
+            {"canvases/0/options/11/mesh/points", QJsonArray{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}},
+            {"canvases/0/static/0/kind", "Cube"},
+            {"canvases/0/static/0/geometry", QJsonArray{2, 1, 1}},
+            {"canvases/0/static/0/transform/7", -1},
+            {"canvases/0/static/1/kind", "Line"},
+            {"canvases/0/static/1/points", QJsonArray{0, 0, 0, 1, 2, 3}},
+            {"canvases/0/legends/0/title", "T"},
+            {"canvases/0/legends/0/decimals", 1},
+            {"canvases/0/legends/0/lut/range", QJsonArray{10, 90}},
+            {"canvases/0/legends/0/lut/colours", 32},
+            {"plots/0/title", "Motion"},
+            {"plots/0/trails/0/num", 14},
+            {"plots/0/trails/0/label", "appending"},
+            {"readouts/0/num", 16},
+            {"readouts/0/prefix", "v = "},
+            {"readouts/0/decimals", 3},
+        };
+        for (const auto& row : rows)
+            QVERIFY2(at(scene, row.path) == row.expected,
+                     qPrintable(QStringLiteral("%1: %2").arg(
+                         row.path, QString::fromUtf8(QJsonDocument(QJsonArray{at(scene, row.path)})
+                                                         .toJson(QJsonDocument::Compact)))));
+        QCOMPARE(at(scene, "canvases/0/options/11/mesh/polys").toArray().size(),
+                 8); // two triangles
     }
 
     /// The server serves one cycle at a time: at every one of 300 cycles a

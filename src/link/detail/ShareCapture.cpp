@@ -170,6 +170,10 @@ const KindCapture* kindOf(int num, SendClass* object) {
 
 } // namespace
 
+void ShareCapture::capturePlacement(DrawableSource* object, ShareState::Object& out) {
+    placement(object, out);
+}
+
 bool ShareCapture::captureObject(SendClass* object, ShareState::Object& out) {
     const KindCapture* kind = kindOf(0, object);
     if (!kind || !kind->capture)

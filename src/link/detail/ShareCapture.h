@@ -10,6 +10,7 @@
 
 namespace Orlavex {
 
+class DrawableSource;
 class SendClass;
 
 namespace detail {
@@ -44,6 +45,9 @@ public:
     /// is registered or not; false for what has no placed state (trails,
     /// controls, kinds whose records are ignored). The caller holds `SceneLock`.
     static bool captureObject(SendClass* object, ShareState::Object& out);
+    /// The placement every placed kind shares: the actor's matrix and the
+    /// material. The caller holds `SceneLock`.
+    static void capturePlacement(DrawableSource* object, ShareState::Object& out);
 
 private:
     using Capture = void (*)(SendClass*, ShareState::Object&);
