@@ -7,7 +7,7 @@
 // packages, to the one beside this file (the CMake build keeps its own in the
 // build tree, so that the source tree stays clean).
 import { createRequire } from 'node:module';
-import { cpSync, mkdirSync, readFileSync, writeFileSync, readdirSync } from 'node:fs';
+import { cpSync, existsSync, mkdirSync, readFileSync, writeFileSync, readdirSync } from 'node:fs';
 import { dirname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
@@ -34,5 +34,7 @@ const uplotCss = readFileSync(join(modules, 'uplot/dist/uPlot.min.css'), 'utf8')
 const ownCss = readFileSync(join(here, 'public/viewer.css'), 'utf8');
 writeFileSync(join(out, 'viewer.css'), `${uplotCss}\n${ownCss}`);
 cpSync(join(here, 'public/index.html'), join(out, 'index.html'));
-for (const f of readdirSync(join(here, 'labs'))) if (f.endsWith('.json')) cpSync(join(here, 'labs', f), join(out, 'labs', f));
+// Descriptions that complete or retitle a lab's own scene (docs/share.md).
+const labs = join(here, 'labs');
+if (existsSync(labs)) for (const f of readdirSync(labs)) if (f.endsWith('.json')) cpSync(join(labs, f), join(out, 'labs', f));
 console.log(`orlavex-web: built ${out}`);

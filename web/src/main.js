@@ -324,18 +324,16 @@ class Session {
     this.layoutPending = (async () => {
       const reg = this.follower.registry;
       const own = reg && reg.scene && Array.isArray(reg.scene.canvases) ? reg.scene : null;
-      let layout = await fetchDescription(this.login.scene || this.login.lab);
-      if (!layout) {
-        // Without a description the state decides the plots and read-outs,
-        // once it has come; the controller's scene, the canvases.
+      let layout = mergeLayout(await fetchDescription(this.login.scene || this.login.lab), own);
+      if (!own && !layout.canvases) {
+        // Neither the controller nor a description says: the state decides,
+        // once it has come.
         if (this.follower.state.sequence === 0n) {
           this.layoutPending = null;
           return;
         }
         layout = layoutFromState(this.follower.state, this.login.lab);
-        if (own) layout.canvases = [];
       }
-      if (own) layout = mergeLayout(layout, own);
       try {
         this.lab = new Lab($('lab'), layout);
       } catch (e) {

@@ -24,6 +24,7 @@ import vtkPlaneSource from '@kitware/vtk.js/Filters/Sources/PlaneSource';
 import vtkRegularPolygonSource from '@kitware/vtk.js/Filters/Sources/RegularPolygonSource';
 
 import { Kind, KIND_NAMES } from './frame.js';
+import { meshCells } from './layout.js';
 
 // --- geometry helpers --------------------------------------------------------
 
@@ -139,6 +140,9 @@ export class ColourTable {
 
 // --- object builders ------------------------------------------------------------
 
+/** Lines have no kind in the frames (their records are ignored): fixed ones only. */
+const LINE = 'Line';
+
 function makeActor(pd) {
   const mapper = vtkMapper.newInstance();
   mapper.setInputData(pd);
@@ -195,9 +199,12 @@ function shapeOf(kind, geometry, options) {
     case Kind.HalfPipe:
       return halfPipeShape(g[0] ?? 0.5, g[1] ?? 1, g[2] ?? 1, options.dimensions || [24, 2, 2]);
     case Kind.File3DSImporter:
-      // The model file is the front-end's own: without its triangles in the
-      // description there is nothing to draw.
+      // The model file is the front-end's own: the controller sends its mesh
+      // with the scene (up to a size); without it there is nothing to draw.
+      if (options.mesh) return meshShape(options.mesh);
       return options.points ? polygonShape(options.points) : null;
+    case LINE:
+      return lineShape(options.points || []);
     default:
       return null;
   }
@@ -239,6 +246,19 @@ function diskShape(inner, outer, radial, around) {
     for (let j = 0; j < radial; ++j) polys.push([i * per + j, i * per + j + 1, n * per + j + 1, n * per + j]);
   }
   return polyData(pts, polys);
+}
+
+/** A model's mesh as the controller sends it. */
+function meshShape(mesh) {
+  const m = meshCells(mesh);
+  return m ? polyData(m.points, m.cells) : null;
+}
+
+/** A fixed line (the desktop draws a `Line` as its code set it): a polyline through its points. */
+function lineShape(points) {
+  const n = Math.floor(points.length / 3);
+  if (n < 2) return null;
+  return polyData(points.slice(0, 3 * n), [], [Array.from({ length: n }, (_, i) => i)]);
 }
 
 function polygonShape(points) {
@@ -511,6 +531,7 @@ class ObjectView {
 }
 
 const kindByName = Object.fromEntries(KIND_NAMES.map((n, i) => [n, i]));
+kindByName.Line = LINE;
 kindByName.Trail = Kind.Trail;
 kindByName.ReadOut = Kind.ReadOut;
 
@@ -611,6 +632,12 @@ export class CanvasView {
       this.renderer.resetCamera();
     }
     this.render();
+  }
+
+  /** Where the camera is now, the student's turns and zooms included. */
+  cameraNow() {
+    const c = this.renderer.getActiveCamera();
+    return { position: c.getPosition(), focalPoint: c.getFocalPoint(), viewUp: c.getViewUp() };
   }
 
   /** Draws at the next animation frame: many state changes, one picture. */

@@ -245,15 +245,19 @@ test('the follower asks for a keyframe after a bad frame and goes on', () => {
 
 // --- the layout: the controller's scene completed by the page's description ------
 
-test('the controller decides cameras, objects and shapes; the description adds the rest', async () => {
+test('the controller decides cameras, objects and shapes; a description may retitle', async () => {
   const { mergeLayout } = await import('../src/layout.js');
   const own = {
+    title: 'Desk', plots: [{ id: 'p0' }], readouts: [{ num: 3 }],
     canvases: [
-      { id: 'canvas-1', frame: false, camera: { position: [1, 2, 3], focalPoint: [0, 0, 0], viewUp: [0, 1, 0], viewAngle: 30 },
-        objects: [1], options: { 1: { resolution: 16 } }, static: [{ kind: 'Cube' }] },
-      { id: 'canvas-2', frame: true, objects: [7], options: { 7: { ambient: 0 } }, static: [] },
+      { id: 'canvas-1', title: 'canvas-1', frame: false, camera: { position: [1, 2, 3], focalPoint: [0, 0, 0], viewUp: [0, 1, 0], viewAngle: 30 },
+        objects: [1], options: { 1: { resolution: 16 } }, static: [{ kind: 'Cube' }], legends: [{ title: 'T' }] },
+      { id: 'canvas-2', title: 'canvas-2', frame: true, objects: [7], options: { 7: { ambient: 0 } }, static: [], legends: [] },
     ],
   };
+  // The controller alone.
+  assert.deepEqual(mergeLayout(null, own).plots, [{ id: 'p0' }]);
+  assert.equal(mergeLayout(null, own).title, 'Desk');
   const description = {
     title: 'Lab', plots: [{ id: 'p' }],
     canvases: [{ id: 'pendulum', title: 'Pendulum', camera: { position: [9, 9, 9] }, options: { 1: { resolution: 4, extra: 1 } } }],
@@ -261,10 +265,30 @@ test('the controller decides cameras, objects and shapes; the description adds t
   const l = mergeLayout(description, own);
   assert.equal(l.title, 'Lab');
   assert.deepEqual(l.plots, [{ id: 'p' }]);
+  assert.deepEqual(l.readouts, [{ num: 3 }]);
   assert.deepEqual([l.canvases[0].id, l.canvases[0].title], ['pendulum', 'Pendulum']);
   assert.deepEqual(l.canvases[0].camera.position, [1, 2, 3]);
   assert.deepEqual(l.canvases[0].options[1], { resolution: 16, extra: 1 });
   assert.deepEqual(l.canvases[0].static, [{ kind: 'Cube' }]);
-  // A canvas the description does not know keeps the controller's name.
+  assert.deepEqual(l.canvases[0].legends, [{ title: 'T' }]);
   assert.deepEqual([l.canvases[1].id, l.canvases[1].title, l.canvases[1].frame], ['canvas-2', 'canvas-2', true]);
+  // Neither: the page waits for the state.
+  assert.equal(mergeLayout(null, null).canvases, undefined);
+});
+
+test("a model's mesh: cells in VTK's layout, bad ones end the list", async () => {
+  const { meshCells } = await import('../src/layout.js');
+  const square = [0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0];
+  const rows = [
+    [{ points: square, polys: [3, 0, 1, 2, 3, 0, 2, 3] }, [[0, 1, 2], [0, 2, 3]]],
+    [{ points: square, polys: [3, 0, 1, 2, 3, 0, 2, 9] }, [[0, 1, 2]]], // a point that is not there
+    [{ points: square, polys: [3, 0, 1, 2, 4, 0, 2] }, [[0, 1, 2]]],    // runs past the end
+    [{ points: square, polys: [0, 1, 2] }, null],                        // a count of 0
+    [{ points: [], polys: [3, 0, 1, 2] }, null],
+    [{}, null],
+  ];
+  for (const [mesh, cells] of rows) {
+    const m = meshCells(mesh);
+    assert.deepEqual(m && m.cells, cells, JSON.stringify(mesh));
+  }
 });
