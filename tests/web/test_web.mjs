@@ -31,7 +31,7 @@ const PAGE = env.ORLAVEX_WEB_PAGE;
 const MODULES = env.ORLAVEX_WEB_NODE_MODULES;
 const ARTIFACTS = env.ORLAVEX_WEB_ARTIFACTS || mkdtempSync(join(tmpdir(), 'orlavex-web-shots-'));
 const CHROMIUM = env.ORLAVEX_CHROMIUM || '/usr/bin/chromium';
-const CYCLES = 300; // 10 s of the demo at 30 cycles/s
+const CYCLES = 450; // 15 s of the demo at 30 cycles/s
 const SSIM_MIN = 0.9;
 
 function skip(why) {
@@ -143,7 +143,7 @@ async function main() {
   assert.equal(r.status, 0, r.stderr);
   const creds = readEnv(join(share, 'credentials.env'));
 
-  const nats = start('nats-server', NATS, ['-c', join(share, 'nats.conf')]);
+  let nats = start('nats-server', NATS, ['-c', join(share, 'nats.conf')]);
   await waitFor('nats-server', () => nats.output().includes('Server is ready'), 30000);
   const nginx = start('nginx', NGINX, ['-p', join(work, 'web'), '-c', join(work, 'web/nginx.conf'), '-g', 'daemon off;']);
   await waitFor('nginx', () => new Promise((res) => {
@@ -236,6 +236,18 @@ async function main() {
   const second = await open('second page');
   await waitFor('the second page following', async () => (await look(second)).cycle > 0, 60000);
 
+  // The broker goes away mid-run and comes back: the pages say so, reconnect
+  // by themselves and follow the lab again.
+  stop(nats);
+  await nats.exited;
+  await waitFor('"broker gone" on the second page', async () => /broker has gone away/.test(((await look(second)).message || {}).text || ''), 60000);
+  const gone = (await look(second)).cycle;
+  nats = start('nats-server (again)', NATS, ['-c', join(share, 'nats.conf')]);
+  await waitFor('nats-server again', () => nats.output().includes('Server is ready'), 30000);
+  for (const [name, page] of [['first', first], ['second', second]])
+    await waitFor(`the ${name} page following again`, async () => (await look(page)).cycle >= gone + 30, 60000);
+  log(`broker restarted at cycle ${gone}: both pages follow again`);
+
   const ended = await client.exited;
   assert.equal(ended.code, 0, `demo_client: ${client.output()}`);
   const last = CYCLES;
@@ -286,6 +298,32 @@ async function main() {
 
   await first.screenshot({ path: join(ARTIFACTS, 'page.png'), fullPage: true });
   await second.screenshot({ path: join(ARTIFACTS, 'page-late.png'), fullPage: true });
+
+  // The student's own camera: a drag turns it, the wheel zooms it, and
+  // "Reset view" brings back the lab's.
+  await first.bringToFront();
+  const view = await first.$('.canvas .view');
+  const box = await view.boundingBox();
+  const cameraNow = () => first.evaluate(() => window.orlavex.lab.canvases[0].cameraNow());
+  const apart = (a, b) => Math.hypot(...a.map((v, i) => v - b[i]));
+  const lab = await cameraNow();
+  const [cx, cy] = [box.x + box.width / 2, box.y + box.height / 2];
+  await first.mouse.move(cx, cy);
+  await first.mouse.down();
+  await first.mouse.move(cx + 120, cy + 40, { steps: 10 });
+  await first.mouse.up();
+  const turned = await cameraNow();
+  assert.ok(apart(turned.position, lab.position) > 0.1, `a drag turns the camera: ${turned.position} from ${lab.position}`);
+  await first.mouse.wheel({ deltaY: -400 });
+  const zoomed = await waitFor('the wheel to zoom', async () => {
+    const c = await cameraNow();
+    return Math.abs(apart(c.position, c.focalPoint) - apart(turned.position, turned.focalPoint)) > 0.05 && c;
+  }, 10000);
+  await (await first.$('.canvas .canvas-bar button')).click();
+  const reset = await cameraNow();
+  assert.ok(apart(reset.position, lab.position) < 1e-6 && apart(reset.focalPoint, lab.focalPoint) < 1e-6,
+    `"Reset view" returns to the lab's camera: ${reset.position}`);
+  log(`camera: turned by ${apart(turned.position, lab.position).toFixed(2)}, zoomed to ${apart(zoomed.position, zoomed.focalPoint).toFixed(2)}, reset`);
 
   // Each canvas beside the controller's at the same cycle, size and camera.
   const ssims = await compareWithDesktop(browser, first, desktopShot);
