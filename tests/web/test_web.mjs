@@ -6,12 +6,16 @@
 // A page opened before the lab starts must say so, then follow it; its
 // canvases must show pictures; a malformed frame published by the
 // administrator must be counted and shown without breaking the page; a page
-// opened later must end with the same state as the first; both must hold what
-// the C++ viewer (orlavex-watch) holds at the last cycle, their plots the
-// trails' points and their read-outs the controller's values; the lab's end
-// and the broker's going away must be said. Each canvas is compared with the
-// controller's own picture at the last cycle (SSIM). Exits 77 (skipped)
-// where Chromium, nginx, nats-server, xvfb-run or openssl is missing.
+// opened at cycle 150 must end with the same state as the first; a broker
+// restarted mid-run must be said and both pages must follow again by
+// themselves; both must hold what the C++ viewer (orlavex-watch) holds at the
+// last cycle, their plots the trails' points and their read-outs the
+// controller's values; the canvases must start from the controller's
+// cameras, turn and zoom with the mouse and come back with "Reset view"; the
+// lab's end and the broker's going away must be said. Each canvas is
+// compared with the controller's own picture at the last cycle (SSIM). Exits
+// 77 (skipped) where Chromium, nginx, nats-server, xvfb-run or openssl is
+// missing.
 //
 // Environment (set by CMake, web/CMakeLists.txt): ORLAVEX_SOURCE_DIR,
 // ORLAVEX_WEB_PAGE, ORLAVEX_WEB_NODE_MODULES, ORLAVEX_DEMO_SERVER,
@@ -232,7 +236,8 @@ async function main() {
   await waitFor('the page going on after the bad frame', async () => (await look(first)).cycle >= before.cycle + 30, 60000);
   log(`malformed frame: ${bad.text}`);
 
-  // A page opened later.
+  // A page opened at cycle 150.
+  await waitFor('cycle 150 on the first page', async () => (await look(first)).cycle >= 150, 60000);
   const second = await open('second page');
   await waitFor('the second page following', async () => (await look(second)).cycle > 0, 60000);
 
