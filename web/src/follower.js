@@ -59,14 +59,12 @@ export class Follower {
   message(leaf, data) {
     const bytes = data instanceof Uint8Array ? data : new Uint8Array(data);
     this.stats.bytes += bytes.length;
-    if (leaf === 'registry' || (leaf === 'reply' && bytes[0] === 0x7b /* { */)) {
-      this.takeRegistry(bytes);
-      return;
-    }
     if (leaf === 'status') {
       this.takeStatus(bytes);
       return;
     }
+    // The registry comes whole or, when larger than the broker takes in one
+    // message (a lab with a large model), in parts like a frame's.
     let assembler = this.assemblers.get(leaf);
     if (!assembler) {
       assembler = new Assembler(this.maxBytes);
@@ -74,7 +72,12 @@ export class Follower {
     }
     const { result, frame } = assembler.take(bytes);
     if (!result.ok) this.bad(result, leaf);
-    if (frame) this.frame(frame, leaf);
+    if (!frame) return;
+    if (frame[0] === 0x7b /* { */) {
+      if (leaf === 'registry' || leaf === 'reply') this.takeRegistry(frame);
+    } else if (leaf !== 'registry') {
+      this.frame(frame, leaf);
+    }
   }
 
   takeRegistry(bytes) {

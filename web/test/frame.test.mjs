@@ -241,6 +241,15 @@ test('the follower asks for a keyframe after a bad frame and goes on', () => {
   assert.equal(findObject(f.state, 13).value, 3);
   f.message('registry', new TextEncoder().encode('{"format":"orlavex-registry"}'));
   assert.equal(f.registry.format, 'orlavex-registry');
+  // A registry larger than one broker message comes in parts, on its
+  // subject or as the answer to a request.
+  const big = new TextEncoder().encode(JSON.stringify({ format: 'orlavex-registry', scene: { mesh: Array(400).fill(1) } }));
+  for (const leaf of ['registry', 'reply']) {
+    f.registry = null;
+    for (const p of parts(big, 300, 7n)) f.message(leaf, p);
+    assert.equal(f.registry.scene.mesh.length, 400, leaf);
+  }
+  assert.equal(f.stats.bad, 1, 'nothing more counted as bad');
 });
 
 // --- the layout: the controller's scene completed by the page's description ------
