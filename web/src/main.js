@@ -309,6 +309,7 @@ class Session {
   onStatus(s) {
     if (s.state === 'closed') {
       this.ended = true;
+      this.statusLine(); // the last cycle, not the one of the last tick
       say('warn', `Lab ${this.login.lab} has ended (cycle ${s.cycle}). The page shows its last state and follows it again if it restarts.`);
     } else if (s.state === 'sharing') {
       this.seenLab = true;
