@@ -158,7 +158,11 @@ QJsonObject shapeOptions(SendClass* object) {
         out = {{"lut", colourTable(g->getCellLUT())},
                {"vectorLut", colourTable(g->getVectorLUT())},
                {"cellPoints", QJsonArray{f[0], f[1], f[2]}}};
-        if (auto* arrow = vtkArrowSource::SafeDownCast(g->getGlyph()->GetInputAlgorithm(1, 0)))
+        vtkAlgorithm* source =
+            g->getDisplayVectors() && g->getGlyph()->GetNumberOfInputConnections(1)
+                ? g->getGlyph()->GetInputAlgorithm(1, 0)
+                : nullptr;
+        if (auto* arrow = vtkArrowSource::SafeDownCast(source))
             out.insert("arrow", QJsonObject{{"tipLength", arrow->GetTipLength()},
                                             {"tipRadius", arrow->GetTipRadius()},
                                             {"shaftRadius", arrow->GetShaftRadius()},
