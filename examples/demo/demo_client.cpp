@@ -18,6 +18,8 @@
 // --share URL LAB    share the lab with viewers through the NATS broker at URL
 //                    (docs/share.md); the login comes from the environment:
 //                    ORLAVEX_SHARE_USER, ORLAVEX_SHARE_PASSWORD, ORLAVEX_SHARE_CA
+// --share-journal FILE  with --share: a line per published state, "CYCLE
+//                    DIGEST", to check viewers against (orlavex-watch --digests)
 //
 // Each render pass overlaps the next exchange with the server, so a lab
 // across a slow network runs at the network's pace, not at that plus the
@@ -34,10 +36,10 @@
 #include <QVTKOpenGLNativeWidget.h>
 
 #include <atomic>
-#include <mutex>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace {
 
@@ -52,13 +54,14 @@ struct Options {
     bool reconnect = false;
     QString shareUrl;
     QString shareLab;
+    QString shareJournal;
 };
 
 void usage(FILE* to) {
     std::fprintf(to,
                  "usage: demo_client [--port P] [--cycles N] [--screenshot FILE] [--record FILE]\n"
                  "                   [--video FILE] [--verbose] [--reconnect] [--describe FILE]\n"
-                 "                   [--share URL LAB]\n");
+                 "                   [--share URL LAB] [--share-journal FILE]\n");
 }
 
 Options parse(int argc, char** argv) {
@@ -84,6 +87,8 @@ Options parse(int argc, char** argv) {
         else if (std::strcmp(argv[i], "--share") == 0 && i + 2 < argc) {
             o.shareUrl = QString::fromLocal8Bit(argv[++i]);
             o.shareLab = QString::fromLocal8Bit(argv[++i]);
+        } else if (std::strcmp(argv[i], "--share-journal") == 0 && hasValue) {
+            o.shareJournal = QString::fromLocal8Bit(argv[++i]);
         } else if (std::strcmp(argv[i], "--help") == 0) {
             usage(stdout);
             std::exit(0);
@@ -139,8 +144,9 @@ int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
 
     MainWindow window;
-    FrontEnd lab(window, describing ? QString()
-                                    : QCoreApplication::applicationDirPath() + "/instructions.html");
+    FrontEnd lab(window, describing
+                             ? QString()
+                             : QCoreApplication::applicationDirPath() + "/instructions.html");
     CommThread* link = window.commThread;
     link->setServerAddress("local");
     link->setServerPort(options.port);
@@ -164,6 +170,7 @@ int main(int argc, char** argv) {
         credentials.password = qEnvironmentVariable("ORLAVEX_SHARE_PASSWORD");
         credentials.caFile = qEnvironmentVariable("ORLAVEX_SHARE_CA");
         link->setShare(options.shareUrl, options.shareLab, credentials);
+        link->setShareJournal(options.shareJournal);
     }
     if (!options.video.isEmpty() && !window.setVideoFile(options.video))
         return 1;
@@ -229,8 +236,7 @@ int main(int argc, char** argv) {
         std::printf("%d cycles in %.2f s: %.1f cycles/s\n", cycles, wall, cycles / wall);
         std::printf("  per cycle: server %.2f ms, render %.2f ms (overlapped with the next "
                     "exchange), parse %.2f ms, apply %.2f ms\n",
-                    totals.waitMs / n, totals.renderMs / n, totals.parseMs / n,
-                    totals.applyMs / n);
+                    totals.waitMs / n, totals.renderMs / n, totals.parseMs / n, totals.applyMs / n);
         if (saved)
             std::printf("screenshot saved to %s\n", qPrintable(options.screenshot));
         if (!options.video.isEmpty())
@@ -240,8 +246,7 @@ int main(int argc, char** argv) {
             std::printf("session recorded to %s\n", qPrintable(options.record));
         if (!options.shareUrl.isEmpty())
             std::printf("shared as lab %s: %lld frames published, %lld states dropped\n",
-                        qPrintable(options.shareLab),
-                        static_cast<long long>(totals.sharePublished),
+                        qPrintable(options.shareLab), static_cast<long long>(totals.sharePublished),
                         static_cast<long long>(totals.shareDropped));
     }
     if (failed)

@@ -627,6 +627,7 @@ void CommThread::shareCycle(detail::RecordContext& context) {
         // registry: read now, after the start-up pass set the cameras up.
         QJsonObject registry = registryObject();
         registry.insert("scene", detail::describeScene(*this, m_framedOnStart.load()));
+        m_share->setJournal(m_shareJournal);
         m_share->start(QJsonDocument(registry).toJson(QJsonDocument::Indented));
     }
     m_shareCapture->capture(context.batch, context.stats.cycle, m_share->buffer());

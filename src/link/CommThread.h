@@ -200,6 +200,12 @@ public:
     /// name that is not one subject token (`ShareFrame::isValidLab`) is
     /// refused with a warning.
     void setShare(const QString& url, const QString& lab, const ShareCredentials& credentials);
+    /// With `setShare`, before `start()`: writes to `path` one line per state
+    /// published, "CYCLE DIGEST" (`ShareFrame::digest`), from the publisher's
+    /// thread; a viewer's digests (`orlavex-watch --digests`) must match it
+    /// cycle by cycle. For checking a deployment, not for everyday running:
+    /// it costs a keyframe's encoding per cycle.
+    void setShareJournal(const QString& path) { m_shareJournal = path; }
     /// The state last published to the lab's viewers (sequence 0 before the
     /// first, and without sharing); for tests and tools.
     ShareState sharedState() const;
@@ -329,6 +335,7 @@ private:
     std::unique_ptr<detail::SharePublisher> m_share;
     std::unique_ptr<detail::ShareCapture> m_shareCapture;
     std::atomic<bool> m_framedOnStart{true};
+    QString m_shareJournal;
 };
 
 } // namespace Orlavex

@@ -1,5 +1,6 @@
 #include "ShareFrame.h"
 
+#include <QCryptographicHash>
 #include <QtEndian>
 
 #include <algorithm>
@@ -510,6 +511,10 @@ private:
 };
 
 } // namespace
+
+QByteArray ShareFrame::digest(const ShareState& state) {
+    return QCryptographicHash::hash(encodeKey(state, 0), QCryptographicHash::Sha1).toHex();
+}
 
 QByteArray ShareFrame::encodeKey(const ShareState& state, qint64 publishedUs) {
     QByteArray out;

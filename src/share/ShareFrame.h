@@ -62,6 +62,10 @@ public:
 
     /// The whole state, under its own publisher and sequence number (neither 0).
     static QByteArray encodeKey(const ShareState& state, qint64 publishedUs = 0);
+    /// A fingerprint of the state (SHA-1 of its keyframe, hexadecimal): equal
+    /// for equal states, bit for bit, so that a viewer can be checked against
+    /// the controller's journal (`CommThread::setShareJournal`) cycle by cycle.
+    static QByteArray digest(const ShareState& state);
     /// What turns `previous` into `current`. When `current` does not follow
     /// `previous` (another publisher, not the next sequence number, or objects not
     /// the same numbers and kinds, or a section went away) a delta cannot say

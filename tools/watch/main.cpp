@@ -2,12 +2,15 @@
 // broker, as a viewer does, and says how it goes.
 //
 //   orlavex-watch URL LAB [--user U] [--password P] [--ca FILE] [--insecure]
-//                         [--print] [--cycles N] [--timeout S]
+//                         [--print] [--digests] [--cycles N] [--timeout S]
 //
 // Once a second it prints the lab's cycle, the lag behind the controller and
-// what the viewer counted; with --print it prints the state after each frame.
+// what the viewer counted; with --print it prints the state after each frame,
+// with --digests a line "digest CYCLE DIGEST" per state it reached, to compare
+// with the controller's journal (CommThread::setShareJournal).
 // Exit codes: 0 --cycles reached, 1 cannot join, 2 wrong usage, 3 --timeout
 // passed first. Without --cycles it runs until it is interrupted.
+#include <Orlavex/share/ShareFrame.h>
 #include <Orlavex/share/ShareViewer.h>
 
 #include <QCoreApplication>
@@ -17,8 +20,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 using Orlavex::ShareCredentials;
+using Orlavex::ShareFrame;
 using Orlavex::ShareState;
 using Orlavex::ShareViewer;
 
@@ -26,7 +31,7 @@ namespace {
 
 const char kUsage[] =
     "usage: orlavex-watch URL LAB [--user U] [--password P] [--ca FILE] [--insecure]\n"
-    "                             [--print] [--cycles N] [--timeout S]\n"
+    "                             [--print] [--digests] [--cycles N] [--timeout S]\n"
     "  URL           the broker, tls://host:port (or nats://host:port without TLS)\n"
     "  LAB           the lab's name, as the front-end shares it\n"
     "  --user U      broker user (default: viewer)\n"
@@ -34,6 +39,7 @@ const char kUsage[] =
     "  --ca FILE     the CA that signed the broker's certificate (TLS)\n"
     "  --insecure    TLS without checking the broker's certificate (tests only)\n"
     "  --print       print the state after every frame\n"
+    "  --digests     print \"digest CYCLE DIGEST\" for every state reached\n"
     "  --cycles N    leave after N frames\n"
     "  --timeout S   give up (exit 3) when --cycles has not been reached in S seconds\n";
 
@@ -42,6 +48,7 @@ struct Options {
     QString lab;
     ShareCredentials credentials;
     bool print = false;
+    bool digests = false;
     qint64 cycles = 0;
     double timeout = 0;
 };
@@ -70,6 +77,8 @@ Options parse(const QStringList& args) {
             o.credentials.insecure = true;
         else if (a == "--print")
             o.print = true;
+        else if (a == "--digests")
+            o.digests = true;
         else if (a == "--cycles" && more)
             o.cycles = args[++i].toLongLong(&ok);
         else if (a == "--timeout" && more)
@@ -166,14 +175,32 @@ int main(int argc, char** argv) {
     std::printf("joined lab %s at %s\n", qPrintable(o.lab), qPrintable(o.url));
     std::fflush(stdout);
 
+    // Digests are printed on the library's delivery thread, right after
+    // their frame was applied, so that each names the state it came from;
+    // the once-a-second line on this thread. One lock for standard output.
+    std::mutex out;
+    if (o.digests)
+        QObject::connect(
+            &viewer, &ShareViewer::frameApplied, &viewer,
+            [&](qint64) {
+                const ShareState state = viewer.state();
+                const QByteArray digest = ShareFrame::digest(state);
+                std::lock_guard<std::mutex> guard(out);
+                std::printf("digest %lld %s\n", static_cast<long long>(state.cycle),
+                            digest.constData());
+            },
+            Qt::DirectConnection);
+
     qint64 printedCycle = -1;
     // Queued to this thread: frames are applied on the library's threads.
     QObject::connect(&viewer, &ShareViewer::frameApplied, &app, [&](qint64) {
         const ShareViewer::Stats s = viewer.stats();
         if (o.print) {
             const ShareState state = viewer.state();
-            if (state.cycle != printedCycle)
+            if (state.cycle != printedCycle) {
+                std::lock_guard<std::mutex> guard(out);
                 printState(state);
+            }
             printedCycle = state.cycle;
         }
         if (o.cycles > 0 && s.frames >= o.cycles)
@@ -190,6 +217,7 @@ int main(int argc, char** argv) {
         const ShareState state = viewer.state();
         const double seconds = clock.restart() * 1e-3;
         const qint64 frames = s.frames - lastFrames;
+        std::lock_guard<std::mutex> guard(out);
         std::printf("cycle %lld · %.1f frames/s · lag %.1f ms · %.1f kB/frame · keyframes %lld · "
                     "gaps %lld · bad %lld · %s\n",
                     static_cast<long long>(state.cycle), seconds > 0 ? frames / seconds : 0.0,

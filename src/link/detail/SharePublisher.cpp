@@ -93,6 +93,13 @@ void SharePublisher::takeSync(const QByteArray& reply, const QByteArray& request
 }
 
 void SharePublisher::run() {
+    if (!m_journalPath.isEmpty()) {
+        m_journal.setFileName(m_journalPath);
+        if (!m_journal.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            LogStream::toStandardError(QStringLiteral("cannot write the share journal %1: %2\n")
+                                           .arg(m_journalPath, m_journal.errorString())
+                                           .toLocal8Bit());
+    }
     NatsConnection nats;
     QString error;
     const bool usable =
@@ -215,6 +222,12 @@ void SharePublisher::publishState(NatsConnection& nats, std::unique_ptr<ShareSta
     {
         std::lock_guard<std::mutex> guard(m_lastLock);
         std::swap(m_last, state);
+    }
+    if (m_journal.isOpen()) {
+        // Line by line: whoever checks it may end the program at any time.
+        m_journal.write(QByteArray::number(m_last->cycle) + ' ' + ShareFrame::digest(*m_last) +
+                        '\n');
+        m_journal.flush();
     }
     recycle(std::move(state));
     ShareFrame::Header h;

@@ -4,6 +4,7 @@
 #include <Orlavex/share/ShareState.h>
 
 #include <QByteArray>
+#include <QFile>
 #include <QString>
 
 #include <atomic>
@@ -46,6 +47,9 @@ public:
 
     /// Link thread, once before the first hand-over: starts the thread.
     void start(const QByteArray& registry);
+    /// Before `start()`: the file to which the publisher's thread writes a
+    /// line per published state, "CYCLE DIGEST" (`ShareFrame::digest`).
+    void setJournal(const QString& path) { m_journalPath = path; }
     bool started() const { return m_thread.joinable(); }
     /// Link thread: the state to fill for the next hand-over.
     ShareState& buffer() { return *m_fill; }
@@ -82,6 +86,7 @@ private:
     const QString m_lab;
     const ShareCredentials m_credentials;
     QByteArray m_registry; ///< written before the thread starts
+    QString m_journalPath; ///< likewise
 
     std::unique_ptr<ShareState> m_fill; ///< link thread only
 
@@ -96,8 +101,9 @@ private:
     // This thread only, but for m_last, which snapshot() reads under m_lastLock.
     mutable std::mutex m_lastLock;
     std::unique_ptr<ShareState> m_last; ///< published last
-    std::vector<Sync> m_waiting;        ///< requests that came before the first state
-    QByteArray m_key;                   ///< keyframe of m_last, once encoded
+    QFile m_journal;
+    std::vector<Sync> m_waiting; ///< requests that came before the first state
+    QByteArray m_key;            ///< keyframe of m_last, once encoded
     quint64 m_keySequence = 0;
     qint64 m_lastKeyCycle = 0;
     bool m_needKey = true;

@@ -1,14 +1,21 @@
-"""A viewer stopped for 30 s (SIGSTOP) costs the lab nothing.
+"""Viewers of the demo lab, as a class would follow it.
 
 The demo lab, paced at its own 30 cycles a second, is shared through the
-broker as scripts/share-setup configures it (TLS, logins); two viewers
-(orlavex-watch) follow it. After 10 s one of them is stopped for 30 s. The
-live viewer's reports give the controller's rate and its own lag before and
-during the stop; the broker's resident memory is read from /proc all along.
-Then the stopped viewer is resumed and must come back to the latest cycle
-through a new keyframe.
+broker as scripts/share-setup configures it (TLS, logins); viewers
+(orlavex-watch) follow it. The controller writes a journal of every state it
+published (a digest per cycle), and the viewers print the digest of every
+state they reach:
 
-Run by ctest (share::slowviewer) with the paths of the programs in the
+- bit for bit at every cycle: a viewer there from the start holds the
+  controller's state at each of the first 300 cycles, and so does one that
+  joins at cycle 150, from then on;
+- a slow viewer costs nothing: after 10 s one viewer is stopped (SIGSTOP) for
+  30 s. The live viewer's reports give the controller's rate and its own lag
+  before and during the stop; the broker's resident memory is read from /proc
+  all along. Resumed, the stopped viewer must come back to the latest cycle
+  through a new keyframe.
+
+Run by ctest (viewers::demo) with the paths of the programs in the
 environment; exits 77 when something it needs is missing.
 """
 import os
@@ -56,6 +63,9 @@ def rss_mb(pid):
     return 0.0
 
 
+SESSION = 300  # cycles checked bit for bit
+LATE_JOIN = 150
+DIGEST = re.compile(r"^digest (\d+) ([0-9a-f]{40})$")
 REPORT = re.compile(r"^cycle (\d+) · ([\d.]+) frames/s · lag ([\d.-]+) ms · .* · "
                     r"keyframes (\d+) · gaps (\d+) · bad (\d+) · (.*)$")
 
@@ -67,10 +77,12 @@ class Watch:
         self.log = open(log, "w+")
         self.proc = subprocess.Popen([exe, env["ORLAVEX_SHARE_URL"], "demo", "--user",
                                       env["ORLAVEX_SHARE_VIEWER_USER_demo"], "--ca",
-                                      env["ORLAVEX_SHARE_CA"]],
+                                      env["ORLAVEX_SHARE_CA"], "--digests"],
                                      env=dict(os.environ, ORLAVEX_SHARE_PASSWORD=env["ORLAVEX_SHARE_VIEWER_demo"]),
                                      stdout=subprocess.PIPE, stderr=self.log, text=True, bufsize=1)
         self.reports = []  # (monotonic time, cycle, lag ms, keyframes, status)
+        self.digests = {}  # cycle -> digest of the state reached at it
+        self.conflicts = []
         os.set_blocking(self.proc.stdout.fileno(), False)
         self.pending = ""
 
@@ -85,6 +97,11 @@ class Watch:
             now = time.monotonic()
             for line in lines:
                 self.log.write(line + "\n")
+                d = DIGEST.match(line)
+                if d:
+                    cycle = int(d[1])
+                    if self.digests.setdefault(cycle, d[2]) != d[2]:
+                        self.conflicts.append(cycle)
                 m = REPORT.match(line)
                 if m:
                     self.reports.append((now, int(m[1]), float(m[3]), int(m[4]), m[7]))
@@ -144,7 +161,8 @@ def main():
         total = BEFORE_S + STOPPED_S + AFTER_S + 20
         client = subprocess.Popen(
             ["xvfb-run", "-a", "-s", "-screen 0 1280x1024x24 -noreset", env_paths["ORLAVEX_DEMO_CLIENT"],
-             "--port", port, "--share", creds["ORLAVEX_SHARE_URL"], "demo", "--cycles", str(int(total * 30))],
+             "--port", port, "--share", creds["ORLAVEX_SHARE_URL"], "demo", "--cycles", str(int(total * 30)),
+             "--share-journal", str(work / "journal.txt")],
             env=dict(os.environ, ORLAVEX_SHARE_USER=creds["ORLAVEX_SHARE_PUBLISHER_USER_demo"],
                      ORLAVEX_SHARE_PASSWORD=creds["ORLAVEX_SHARE_PUBLISHER_demo"],
                      ORLAVEX_SHARE_CA=creds["ORLAVEX_SHARE_CA"], QTWEBENGINE_DISABLE_SANDBOX="1"),
@@ -159,13 +177,24 @@ def main():
             return ok
         wait_for("both viewers in step", both_in_step, 120)
 
+        # A third viewer joins at cycle 150.
+        def reached_join():
+            for w in (live, stopped):
+                w.poll()
+            return max(live.digests, default=0) >= LATE_JOIN - 1
+        wait_for("cycle %d" % LATE_JOIN, reached_join, 60)
+        late = Watch(env_paths["ORLAVEX_WATCH"], creds, work / "late.log")
+        started.append(late.proc)
+        wait_for("the late viewer in step",
+                 lambda: live.poll() and stopped.poll() and late.poll() and late.reports[-1][4] == "in step", 60)
+
         memory = []  # (time, MB)
 
         def run_for(seconds):
             end = time.monotonic() + seconds
             while time.monotonic() < end:
-                live.poll()
-                stopped.poll()
+                for w in (live, stopped, late):
+                    w.poll()
                 memory.append((time.monotonic(), rss_mb(broker.pid)))
                 assert client.poll() is None, "the front-end ended early: " + (work / "client.log").read_text()
                 time.sleep(0.2)
@@ -207,6 +236,28 @@ def main():
               "keyframes %d -> %d" % ("cut off as a slow consumer" if cut_off else "kept",
                                       stopped.reports[-1][1], live.reports[-1][1], t3 - t2,
                                       keyframes_before, stopped.reports[-1][3]))
+        # Bit for bit, cycle by cycle, against the controller's journal.
+        journal = {}
+        for line in (work / "journal.txt").read_text().splitlines():
+            cycle, digest = line.split()
+            journal[int(cycle)] = digest
+        joined = min(late.digests)
+        print("journal: %d states; the viewer from the start matched %d of the first %d cycles, "
+              "the one that joined at cycle %d the %d from then to cycle %d"
+              % (len(journal), sum(live.digests.get(c) == journal.get(c) for c in range(1, SESSION + 1)),
+                 SESSION, joined, sum(late.digests.get(c) == journal.get(c) for c in range(joined, SESSION + 1)),
+                 SESSION))
+        assert all(c in journal for c in range(1, SESSION + 1)), "the controller skipped a state"
+        assert joined <= LATE_JOIN + 60, "the late viewer joined at cycle %d" % joined
+        for name, w, first in (("from the start", live, 1), ("late", late, joined)):
+            missing = [c for c in range(first, SESSION + 1) if c not in w.digests]
+            wrong = [c for c in range(first, SESSION + 1) if c in w.digests and w.digests[c] != journal[c]]
+            assert not missing and not wrong and not w.conflicts, \
+                "viewer %s: cycles missing %s, differing %s" % (name, missing[:10], wrong[:10])
+        for name, w in (("from the start", live), ("late", late), ("stopped", stopped)):
+            wrong = [c for c, d in w.digests.items() if c in journal and journal[c] != d]
+            assert not wrong, "viewer %s differs from the controller at cycles %s" % (name, wrong[:10])
+
         assert rate_during >= 0.95 * rate_before, "the stopped viewer slowed the controller"
         assert lag_during <= lag_before + CYCLE_MS, "the stopped viewer delayed the live one"
         # What the broker holds for a stopped reader is bounded by max_pending
