@@ -25,8 +25,10 @@
 #include <nats/nats.h>
 #include <qwt_plot_curve.h>
 #include <vtkActor.h>
+#include <vtkDiskSource.h>
 #include <vtkFloatArray.h>
 #include <vtkMatrix4x4.h>
+#include <vtkPlaneSource.h>
 
 #include <atomic>
 #include <climits>
@@ -290,8 +292,11 @@ private slots:
         lab.objects.appending.attachToPlot(&plot);
         lab.objects.readOut.setPrefix("v = ");
         lab.objects.readOut.setFormat('f', 3);
+        lab.objects.plane.getSource()->SetPoint1(2, -0.5, 0);
+        lab.objects.disk.getSource()->SetCircumferentialResolution(7);
         for (DrawableI* d : std::initializer_list<DrawableI*>{
-                 &lab.objects.sphere, &lab.objects.model, &stand, &rule, &legend}) {
+                 &lab.objects.sphere, &lab.objects.disk, &lab.objects.plane, &lab.objects.model,
+                 &stand, &rule, &legend}) {
             d->setRenderer(canvas->renderer);
             lab.thread.setDrawables(d);
         }
@@ -327,7 +332,9 @@ private slots:
             {"canvases/0/camera/position", QJsonArray{1, 2, 3}},
             {"canvases/0/camera/viewAngle", 40},
             {"canvases/0/frame", false},
-            {"canvases/0/objects", QJsonArray{1, 11}},
+            {"canvases/0/objects", QJsonArray{1, 6, 7, 11}},
+            {"canvases/0/options/6/circumferentialResolution", 7},
+            {"canvases/0/options/7/plane/point1", QJsonArray{2, -0.5, 0}},
             {"canvases/0/options/1/thetaResolution", 12},
             {"canvases/0/options/11/mesh/points", QJsonArray{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}},
             {"canvases/0/static/0/kind", "Cube"},

@@ -330,6 +330,33 @@ async function main() {
     `"Reset view" returns to the lab's camera: ${reset.position}`);
   log(`camera: turned by ${apart(turned.position, lab.position).toFixed(2)}, zoomed to ${apart(zoomed.position, zoomed.focalPoint).toFixed(2)}, reset`);
 
+  // Every kind's builder, beyond the kinds the demo uses: each gives actors
+  // of the extent along x that the desktop's VTK source gives.
+  const square = [0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0];
+  const kinds = [
+    ['Sphere', { geometry: [0.5] }, [-0.5, 0.5]],
+    ['Cube', { geometry: [1, 2, 3] }, [-0.5, 0.5]],
+    ['Cylinder', { geometry: [0.5, 2] }, [-0.5, 0.5]],
+    ['Cone', { geometry: [0.5, 1] }, [-0.5, 0.5]],
+    ['Arrow', {}, [0, 1]],
+    ['DiskSource', { geometry: [0.2, 0.5] }, [-0.5, 0.5]],
+    ['Plane', {}, [-0.5, 0.5]],
+    // VTK's first corner lies along normal x (1, 0, 0): here along +y.
+    ['RegularPolygon', { geometry: [0, 0, 1, 0.5], sides: 6 }, [-0.433, 0.433]],
+    ['PolygonC', { points: square }, [0, 1]],
+    ['HalfPipe', { geometry: [0.5, 1, 2], dimensions: [24, 2, 2] }, [-1, 1]],
+    ['File3DSImporter', { mesh: { points: square, polys: [3, 0, 1, 2, 3, 0, 2, 3] } }, [0, 1]],
+    ['Line', { points: [0, 0, 0, 1, 2, 3] }, [0, 1]],
+    ['VectorText', { text: 'T = 1' }, null],
+  ];
+  const shapes = await first.evaluate((entries) => window.orlavex.shapes(entries), kinds.map(([kind, d]) => ({ kind, ...d })));
+  for (const [i, [kind, , x]] of kinds.entries()) {
+    const s = shapes[i];
+    assert.ok(s.actors >= 1 && s.bounds.every((b) => b.every(Number.isFinite)), `${kind}: ${JSON.stringify(s)}`);
+    if (x) assert.ok(Math.abs(s.bounds[0][0] - x[0]) < 0.02 && Math.abs(s.bounds[0][1] - x[1]) < 0.02, `${kind}: x from ${s.bounds[0][0]} to ${s.bounds[0][1]}, not ${x}`);
+  }
+  log(`every kind's builder: ${kinds.length} kinds`);
+
   // Each canvas beside the controller's at the same cycle, size and camera.
   const ssims = await compareWithDesktop(browser, first, desktopShot);
   log(`SSIM against the desktop canvases: ${ssims.map((s) => s.toFixed(3)).join(', ')}`);

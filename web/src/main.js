@@ -8,7 +8,7 @@
 import { wsconnect, createInbox } from '@nats-io/nats-core';
 import { Follower } from './follower.js';
 import { Kind, isValidLab, subject } from './frame.js';
-import { CanvasView, isPlaced } from './scene.js';
+import { CanvasView, isPlaced, shapesOf } from './scene.js';
 import { PlotView } from './plots.js';
 import { mergeLayout } from './layout.js';
 
@@ -400,6 +400,7 @@ window.orlavex = {
   get state() { return current && current.follower ? current.follower.state : null; },
   get stats() { return current && current.follower ? current.follower.stats : null; },
   summary() { return current && current.lab ? current.lab.summary() : null; },
+  shapes: (entries) => shapesOf(entries),
 };
 
 const login = loginFromQuery();

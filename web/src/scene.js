@@ -184,9 +184,10 @@ function shapeOf(kind, geometry, options) {
     case Kind.Arrow:
       return arrowShape(options);
     case Kind.DiskSource:
-      return diskShape(g[0] ?? 0.25, g[1] ?? 0.5, options.radialResolution ?? 1, options.circumferentialResolution ?? 48);
+      return diskShape(g[0] ?? 0.25, g[1] ?? 0.5, options.radialResolution ?? 1, options.circumferentialResolution ?? 6);
     case Kind.Plane:
-      return vtkPlaneSource.newInstance(options.plane || {}).getOutputData();
+      // VTK's default plane when the scene does not say: centred on the origin.
+      return vtkPlaneSource.newInstance(options.plane || { origin: [-0.5, -0.5, 0], point1: [0.5, -0.5, 0], point2: [-0.5, 0.5, 0] }).getOutputData();
     case Kind.RegularPolygon:
       return vtkRegularPolygonSource.newInstance({
         normal: [g[0] ?? 0, g[1] ?? 0, g[2] ?? 1],
@@ -550,6 +551,20 @@ export function staticObject(d) {
     cells: null,
     vectors: null,
   };
+}
+
+/**
+ * What the page builds for fixed objects of the scene's form, without
+ * drawing them: per object its kind, its actors and their bounds. For
+ * checking every kind's builder in a real browser, beyond the kinds a lab
+ * at hand happens to use.
+ */
+export function shapesOf(entries) {
+  return entries.map((d) => {
+    const view = new ObjectView(kindByName[d.kind], d, 0);
+    view.update(staticObject(d));
+    return { kind: d.kind, actors: view.actors.length, bounds: view.actors.map((a) => a.getBounds()) };
+  });
 }
 
 /** A 3-D canvas: its own WebGL view, the user's camera, a reset button, a legend. */

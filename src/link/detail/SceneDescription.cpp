@@ -11,10 +11,12 @@
 #include <Orlavex/scene/Arrow.h>
 #include <Orlavex/scene/Cone.h>
 #include <Orlavex/scene/Cylinder.h>
+#include <Orlavex/scene/DiskSource.h>
 #include <Orlavex/scene/File3DSImporter.h>
 #include <Orlavex/scene/HalfPipe.h>
 #include <Orlavex/scene/Line.h>
 #include <Orlavex/scene/PlanarGrid.h>
+#include <Orlavex/scene/Plane.h>
 #include <Orlavex/scene/PolygonC.h>
 #include <Orlavex/scene/RegularPolygon.h>
 #include <Orlavex/scene/ScalarBar.h>
@@ -32,10 +34,12 @@
 #include <vtkCamera.h>
 #include <vtkCellArray.h>
 #include <vtkCoordinate.h>
+#include <vtkDiskSource.h>
 #include <vtkGlyph3D.h>
 #include <vtkIdList.h>
 #include <vtkLookupTable.h>
 #include <vtkMapper.h>
+#include <vtkPlaneSource.h>
 #include <vtkPoints.h>
 #include <vtkPolyData.h>
 #include <vtkProperty.h>
@@ -140,6 +144,16 @@ QJsonObject shapeOptions(SendClass* object) {
                {"shaftRadius", o->getShaftRadius()},
                {"tipResolution", o->getTipResolution()},
                {"shaftResolution", o->getShaftResolution()}};
+    } else if (auto* o = dynamic_cast<DiskSource*>(object)) {
+        out = {{"radialResolution", o->getSource()->GetRadialResolution()},
+               {"circumferentialResolution", o->getSource()->GetCircumferentialResolution()}};
+    } else if (auto* o = dynamic_cast<Plane*>(object)) {
+        vtkPlaneSource* p = o->getSource();
+        out = {{"plane", QJsonObject{{"origin", numbers(p->GetOrigin(), 3)},
+                                     {"point1", numbers(p->GetPoint1(), 3)},
+                                     {"point2", numbers(p->GetPoint2(), 3)},
+                                     {"xResolution", p->GetXResolution()},
+                                     {"yResolution", p->GetYResolution()}}}};
     } else if (auto* o = dynamic_cast<RegularPolygon*>(object)) {
         out = {{"sides", o->getSource()->GetNumberOfSides()}};
     } else if (auto* o = dynamic_cast<HalfPipe*>(object)) {
