@@ -336,6 +336,7 @@ private slots:
             {"canvases/0/options/6/circumferentialResolution", 7},
             {"canvases/0/options/7/plane/point1", QJsonArray{2, -0.5, 0}},
             {"canvases/0/options/1/thetaResolution", 12},
+            {"canvases/0/options/1/phiResolution", 8}, // never set: VTK's own
             {"canvases/0/options/11/mesh/points", QJsonArray{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0}},
             {"canvases/0/static/0/kind", "Cube"},
             {"canvases/0/static/0/geometry", QJsonArray{2, 1, 1}},

@@ -172,15 +172,23 @@ function shapeOf(kind, geometry, options) {
     case Kind.Sphere:
       return vtkSphereSource.newInstance({
         radius: g[0] ?? 0.5,
-        thetaResolution: options.thetaResolution ?? 32,
-        phiResolution: options.phiResolution ?? 32,
+        center: options.center ?? [0, 0, 0],
+        thetaResolution: options.thetaResolution ?? 8,
+        phiResolution: options.phiResolution ?? 8,
+        startTheta: options.startTheta ?? 0,
+        endTheta: options.endTheta ?? 360,
+        startPhi: options.startPhi ?? 0,
+        endPhi: options.endPhi ?? 180,
       }).getOutputData();
     case Kind.Cube:
-      return vtkCubeSource.newInstance({ xLength: g[0] ?? 1, yLength: g[1] ?? 1, zLength: g[2] ?? 1 }).getOutputData();
+      return vtkCubeSource.newInstance({ xLength: g[0] ?? 1, yLength: g[1] ?? 1, zLength: g[2] ?? 1, center: options.center ?? [0, 0, 0] }).getOutputData();
     case Kind.Cylinder:
-      return vtkCylinderSource.newInstance({ radius: g[0] ?? 0.5, height: g[1] ?? 1, resolution: options.resolution ?? 24, capping: true }).getOutputData();
+      return vtkCylinderSource.newInstance({
+        radius: g[0] ?? 0.5, height: g[1] ?? 1, resolution: options.resolution ?? 6,
+        center: options.center ?? [0, 0, 0], capping: options.capping ?? true,
+      }).getOutputData();
     case Kind.Cone:
-      return vtkConeSource.newInstance({ radius: g[0] ?? 0.5, height: g[1] ?? 1, resolution: options.resolution ?? 24, capping: true }).getOutputData();
+      return vtkConeSource.newInstance({ radius: g[0] ?? 0.5, height: g[1] ?? 1, resolution: options.resolution ?? 6, capping: options.capping ?? true }).getOutputData();
     case Kind.Arrow:
       return arrowShape(options);
     case Kind.DiskSource:
@@ -192,8 +200,10 @@ function shapeOf(kind, geometry, options) {
       return vtkRegularPolygonSource.newInstance({
         normal: [g[0] ?? 0, g[1] ?? 0, g[2] ?? 1],
         radius: g[3] ?? 0.5,
+        center: options.center ?? [0, 0, 0],
         numberOfSides: options.sides ?? 6,
-        generatePolyline: false,
+        generatePolygon: options.polygon ?? true,
+        generatePolyline: options.polyline ?? false,
       }).getOutputData();
     case Kind.PolygonC:
       return polygonShape(options.points || []);

@@ -10,6 +10,7 @@
 #include <Orlavex/link/CommThread.h>
 #include <Orlavex/scene/Arrow.h>
 #include <Orlavex/scene/Cone.h>
+#include <Orlavex/scene/Cube.h>
 #include <Orlavex/scene/Cylinder.h>
 #include <Orlavex/scene/DiskSource.h>
 #include <Orlavex/scene/File3DSImporter.h>
@@ -33,7 +34,10 @@
 #include <vtkArrowSource.h>
 #include <vtkCamera.h>
 #include <vtkCellArray.h>
+#include <vtkConeSource.h>
 #include <vtkCoordinate.h>
+#include <vtkCubeSource.h>
+#include <vtkCylinderSource.h>
 #include <vtkDiskSource.h>
 #include <vtkGlyph3D.h>
 #include <vtkIdList.h>
@@ -46,6 +50,7 @@
 #include <vtkRegularPolygonSource.h>
 #include <vtkRenderer.h>
 #include <vtkScalarBarActor.h>
+#include <vtkSphereSource.h>
 
 #include <algorithm>
 
@@ -131,19 +136,34 @@ QJsonObject mesh(vtkActor* actor) {
 /// The settings that shape an object but that no record carries.
 QJsonObject shapeOptions(SendClass* object) {
     QJsonObject out;
+    // Read from the VTK sources, which hold what is drawn: the objects'
+    // own fields stay 0 until their setters are called.
     if (auto* o = dynamic_cast<Sphere*>(object)) {
-        out = {{"thetaResolution", o->getThetaResolution()},
-               {"phiResolution", o->getPhiResolution()}};
+        vtkSphereSource* p = o->getSource();
+        out = {{"thetaResolution", p->GetThetaResolution()},
+               {"phiResolution", p->GetPhiResolution()},
+               {"startTheta", p->GetStartTheta()},
+               {"endTheta", p->GetEndTheta()},
+               {"startPhi", p->GetStartPhi()},
+               {"endPhi", p->GetEndPhi()},
+               {"center", numbers(p->GetCenter(), 3)}};
+    } else if (auto* o = dynamic_cast<Cube*>(object)) {
+        out = {{"center", numbers(o->getSource()->GetCenter(), 3)}};
     } else if (auto* o = dynamic_cast<Cylinder*>(object)) {
-        out = {{"resolution", o->getResolution()}};
+        vtkCylinderSource* p = o->getSource();
+        out = {{"resolution", p->GetResolution()},
+               {"center", numbers(p->GetCenter(), 3)},
+               {"capping", p->GetCapping() != 0}};
     } else if (auto* o = dynamic_cast<Cone*>(object)) {
-        out = {{"resolution", int(o->getResolution())}};
+        vtkConeSource* p = o->getSource();
+        out = {{"resolution", p->GetResolution()}, {"capping", p->GetCapping() != 0}};
     } else if (auto* o = dynamic_cast<Arrow*>(object)) {
-        out = {{"tipLength", o->getTipLength()},
-               {"tipRadius", o->getTipRadius()},
-               {"shaftRadius", o->getShaftRadius()},
-               {"tipResolution", o->getTipResolution()},
-               {"shaftResolution", o->getShaftResolution()}};
+        vtkArrowSource* p = o->getSource();
+        out = {{"tipLength", p->GetTipLength()},
+               {"tipRadius", p->GetTipRadius()},
+               {"shaftRadius", p->GetShaftRadius()},
+               {"tipResolution", p->GetTipResolution()},
+               {"shaftResolution", p->GetShaftResolution()}};
     } else if (auto* o = dynamic_cast<DiskSource*>(object)) {
         out = {{"radialResolution", o->getSource()->GetRadialResolution()},
                {"circumferentialResolution", o->getSource()->GetCircumferentialResolution()}};
@@ -155,7 +175,11 @@ QJsonObject shapeOptions(SendClass* object) {
                                      {"xResolution", p->GetXResolution()},
                                      {"yResolution", p->GetYResolution()}}}};
     } else if (auto* o = dynamic_cast<RegularPolygon*>(object)) {
-        out = {{"sides", o->getSource()->GetNumberOfSides()}};
+        vtkRegularPolygonSource* p = o->getSource();
+        out = {{"sides", p->GetNumberOfSides()},
+               {"center", numbers(p->GetCenter(), 3)},
+               {"polygon", p->GetGeneratePolygon() != 0},
+               {"polyline", p->GetGeneratePolyline() != 0}};
     } else if (auto* o = dynamic_cast<HalfPipe*>(object)) {
         const int* d = o->getDimensions();
         out = {{"dimensions", QJsonArray{d[0], d[1], d[2]}}};
